@@ -1,0 +1,25 @@
+// What every function that JavaScript can call in this module shares: refusals of bad arguments, string conversion, and
+// the care for a class's constructor reference. All of it runs on the JavaScript thread.
+#ifndef BRIVONJS_H
+#define BRIVONJS_H
+
+#include <napi.h>
+
+#include <string>
+
+// Texts of the TypeErrors that argument checks raise.
+inline constexpr char kWrongNumberOfArguments[] = "Wrong number of arguments";
+inline constexpr char kTargetSpecifierNotString[] = "Expected targetSpecifier to be a string";
+
+// Throws a TypeError without a code into JavaScript and answers null, which the refused method returns.
+Napi::Value refuse(Napi::Env env, const char* message);
+
+// The whole string as UTF-8, NUL characters included. A value that is not a string raises a plain Error (not a
+// TypeError) with the runtime's message.
+std::string toUtf8(const Napi::Value& value);
+
+// Keeps a class's constructor function alive until its environment ends, replacing the one that an earlier
+// initialisation left in the slot. A reference of another environment belongs to another thread and is left to it.
+void keepConstructor(Napi::FunctionReference& slot, const Napi::Function& constructor);
+
+#endif

@@ -1,0 +1,434 @@
+#include "brivonadapter.h"
+
+#include "BrivonJS.h"
+#include "TestStreamLogger.h"
+#include "brivonadapter_readers.h"
+#include "platform.h"
+
+#include <algorithm>
+#include <cassert>
+#include <memory>
+#include <thread>
+
+using namespace kesta::brivon::api5;
+
+namespace {
+
+constexpr int kAcquireAttempts = 100;
+constexpr DWORD kAcquireWaitMs = 6000;
+constexpr int kPollSleeps = 20;
+constexpr DWORD kPollWaitMs = 50;
+constexpr std::size_t kCacheLimit = 200; // of single additions; a rebuild takes what the dispatcher lists
+constexpr char kUnreachableType[] = "DestinationUnreachable";
+
+enum RoutingMode : std::int32_t { kBroadcast = 0, kPointToPoint = 1 };
+
+// The line is written at the end of the call site's statement. Call sites ask shouldLog(LogLevel::Info) first, and most
+// of them verbose_ before it.
+LogMessageHolder infoLine(const char* function, int line) {
+    return LogMessageHolder(std::make_unique<LogMessage>("brivonadapter", LogLevel::Info, __FILE__, line, function));
+}
+
+class CacheLock {
+public:
+    explicit CacheLock(uv_mutex_t& mutex)
+        : mutex_(mutex) {
+        uv_mutex_lock(&mutex_);
+    }
+    ~CacheLock() { uv_mutex_unlock(&mutex_); }
+    CacheLock(const CacheLock&) = delete;
+    CacheLock& operator=(const CacheLock&) = delete;
+
+private:
+    uv_mutex_t& mutex_;
+};
+
+// Asks until the answer is the wanted one, sleeping in between.
+template <typename Question>
+void pollUntil(bool wanted, Question question) {
+    for (int sleeps = 0; question() != wanted && sleeps < kPollSleeps; ++sleeps)
+        Sleep(kPollWaitMs);
+}
+
+template <typename Range, typename ToEndPoint>
+Napi::Array toTextArray(Napi::Env env, const Range& range, ToEndPoint toEndPoint) {
+    Napi::Array array = Napi::Array::New(env, range.size());
+    std::uint32_t index = 0;
+    for (const auto& element : range)
+        array.Set(index++, Napi::String::New(env, endPointToString(toEndPoint(element))));
+    return array;
+}
+
+} // namespace
+
+Napi::FunctionReference BrivonAdapter::constructor;
+uv_mutex_t BrivonAdapter::cacheMutex;
+Napi::ThreadSafeFunction BrivonAdapter::messageListenerTsfn;
+Napi::ThreadSafeFunction BrivonAdapter::errorListenerTsfn;
+std::atomic<int> BrivonAdapter::deliveriesInFlight{0};
+
+// ---- Class and lifecycle
+
+Napi::Object BrivonAdapter::Init(Napi::Env env, Napi::Object exports) {
+    const Napi::Function function =
+        DefineClass(env, "BrivonAdapter",
+                    {
+                        InstanceMethod("sendMessage", &BrivonAdapter::sendMessage),
+                        InstanceMethod("addMessageListener", &BrivonAdapter::addMessageListener),
+                        InstanceMethod("addErrorListener", &BrivonAdapter::addErrorListener),
+                        InstanceMethod("getSelfEndpoint", &BrivonAdapter::getSelfEndpoint),
+                        InstanceMethod("getEndpoints", &BrivonAdapter::getEndpoints),
+                        InstanceMethod("getEndpointCacheSnapshot", &BrivonAdapter::getEndpointCacheSnapshot),
+                        InstanceMethod("forceRefreshEndpoints", &BrivonAdapter::forceRefreshEndpoints),
+                        InstanceMethod("setVerboseLogging", &BrivonAdapter::setVerboseLogging),
+                        InstanceMethod("removeAllListeners", &BrivonAdapter::removeAllListeners),
+                    });
+    keepConstructor(constructor, function);
+    // Anew for every environment, and never destroyed.
+    const int cacheInitedMutex = uv_mutex_init(&cacheMutex);
+    assert(0 == cacheInitedMutex);
+    exports.Set("BrivonAdapter", function);
+    return exports;
+}
+
+BrivonAdapter::BrivonAdapter(const Napi::CallbackInfo& info)
+    : Napi::ObjectWrap<BrivonAdapter>(info) {
+    if (info.Length() < 2) {
+        refuse(info.Env(), kWrongNumberOfArguments);
+        return;
+    }
+    configFirst_ = toUtf8(info[0]);
+    configSecond_ = toUtf8(info[1]);
+    if (info.Length() > 2)
+        defaultAppId_ = toUtf8(info[2]);
+    moduleStreamLogger().setLevel(LogLevel::Info);
+    setLogger(&moduleStreamLogger());
+    initSelf();
+}
+
+BrivonAdapter::~BrivonAdapter() {
+    messageListenerTsfn = Napi::ThreadSafeFunction();
+    errorListenerTsfn = Napi::ThreadSafeFunction();
+    setLogger(nullptr);
+    napi_remove_env_cleanup_hook(Env(), onEnvironmentEnd, this);
+    if (brivon_ != nullptr) {
+        brivon_->UnregisterEndPointsCallback(endPointsCallback, this);
+        IBrivonMessageDispatcher::ReleaseInstance();
+        brivon_ = nullptr;
+    }
+}
+
+void BrivonAdapter::initSelf() {
+    static constexpr char function[] = "BrivonAdapter::initSelf";
+    assert(!brivon_);
+    if (brivon_ != nullptr)
+        return;
+    try {
+        if (IBrivonMessageDispatcher::SetConfig(configFirst_.c_str(), configSecond_.c_str()) ==
+            BrivonMessageErrorCode_Success) {
+            for (int attempt = 0; attempt < kAcquireAttempts; ++attempt) {
+                const BrivonMessageErrorCode status = IBrivonMessageDispatcher::GetInstance(&brivon_);
+                if (status == BrivonMessageErrorCode_Success) {
+                    assert(brivon_);
+                    break;
+                }
+                if (status != BrivonMessageErrorCode_NotYetAvailable)
+                    break;
+                Sleep(kAcquireWaitMs);
+            }
+        }
+        assert(brivon_);
+
+        pollUntil(true, [this] { return brivon_->IsReady(); });
+        brivon_->RegisterEndPointsCallback(endPointsCallback, this);
+        if (!brivon_->IsReady()) {
+            if (verbose_ && shouldLog(LogLevel::Info))
+                infoLine(function, __LINE__).stream() << "dispatcher isn't ready, using broadcast";
+            return;
+        }
+        brivon_->RefreshEndPoints();
+        pollUntil(false, [this] { return brivon_->IsRefreshing(); });
+        if (brivon_->IsRefreshing() && verbose_ && shouldLog(LogLevel::Info))
+            infoLine(function, __LINE__).stream() << "failed to refresh endpoints, using broadcast";
+    } catch (...) {
+        if (shouldLog(LogLevel::Info))
+            infoLine(function, __LINE__).stream() << "WARNING Likely fatal exception in construction ";
+    }
+}
+
+IBrivonMessageDispatcher& BrivonAdapter::dispatcher(Napi::Env env) const {
+    if (brivon_ == nullptr)
+        throw Napi::Error::New(env, "The messaging library failed while this adapter was constructed");
+    return *brivon_;
+}
+
+Napi::Value BrivonAdapter::setVerboseLogging(const Napi::CallbackInfo& info) {
+    // Whatever the arguments: verbose logging cannot be switched off again.
+    verbose_ = true;
+    return info.Env().Null();
+}
+
+// The dispatcher's environment ends before its adapters are destroyed. From here on no library thread may call into it,
+// nor may the library keep listeners that are about to go.
+void BrivonAdapter::onEnvironmentEnd(void* data) {
+    auto* adapter = static_cast<BrivonAdapter*>(data);
+    messageListenerTsfn = Napi::ThreadSafeFunction();
+    errorListenerTsfn = Napi::ThreadSafeFunction();
+    while (deliveriesInFlight.load() != 0)
+        std::this_thread::yield();
+    adapter->brivon_->RemoveMessageListener(adapter);
+    adapter->brivon_->RemoveErrorListener(adapter);
+}
+
+void BrivonAdapter::watchEnvironmentEnd(Napi::Env env) {
+    // Hooks run newest first, and a thread-safe function brings its own: this one is moved to the front. Removing an
+    // absent hook is allowed, adding one twice is not.
+    napi_remove_env_cleanup_hook(env, onEnvironmentEnd, this);
+    napi_add_env_cleanup_hook(env, onEnvironmentEnd, this);
+}
+
+// ---- Endpoint cache and refresh
+
+bool BrivonAdapter::insertIfNotAlreadyCached(const EndPoint& source) {
+    static constexpr char function[] = "BrivonAdapter::insertIfNotAlreadyCached";
+    bool hit = false;
+    {
+        const CacheLock lock(cacheMutex);
+        const std::string appId = readAppId(source);
+        const std::string id = readId(source);
+        const auto [first, last] = endpointCache_.equal_range(appId);
+        hit = std::any_of(first, last, [&id](const auto& entry) { return readId(entry.second) == id; });
+        if (!hit && endpointCache_.size() >= kCacheLimit) {
+            if (shouldLog(LogLevel::Info))
+                infoLine(function, __LINE__).stream()
+                    << "WARNING Cache stale - dropped missing EndPoint due to large cache size";
+        } else if (!hit) {
+            endpointCache_.emplace(appId, source);
+            if (verbose_ && shouldLog(LogLevel::Info))
+                infoLine(function, __LINE__).stream()
+                    << "Cache stale - inserted missing EndPoint for appId = " << appId;
+        }
+    }
+    if (hit && verbose_ && shouldLog(LogLevel::Info))
+        infoLine(function, __LINE__).stream() << "cache hit -- returning early";
+    return !hit;
+}
+
+void BrivonAdapter::endPointsCallback(void* adapter) {
+    static_cast<BrivonAdapter*>(adapter)->refreshEndPointsBrivonWillCallback();
+}
+
+void BrivonAdapter::refreshEndPointsBrivonWillCallback() {
+    static constexpr char function[] = "BrivonAdapter::refreshEndPointsBrivonWillCallback";
+    assert(brivon_);
+    const EndPoint self = brivon_->GetSelfEndPoint();
+    const std::vector<EndPoint> endPoints = listEndPoints(*brivon_);
+    bool defaultAppPresent = false;
+    {
+        const CacheLock lock(cacheMutex);
+        selfEndPoint_ = self;
+        if (verbose_ && shouldLog(LogLevel::Info))
+            infoLine(function, __LINE__).stream() << "about to drop cache ";
+        endpointCache_.clear();
+        for (const EndPoint& endPoint : endPoints) {
+            const std::string appId = readAppId(endPoint);
+            endpointCache_.emplace(appId, endPoint);
+            if (verbose_ && shouldLog(LogLevel::Info))
+                infoLine(function, __LINE__).stream()
+                    << "inserted appId = " << appId << " for sourceId = " << readId(endPoint);
+            defaultAppPresent = defaultAppPresent || appId == defaultAppId_;
+        }
+    }
+    const RoutingMode mode = defaultAppPresent ? kPointToPoint : kBroadcast;
+    if (mode != routingMode_ && verbose_ && shouldLog(LogLevel::Info))
+        infoLine(function, __LINE__).stream()
+            << (defaultAppPresent ? "switching to point to point" : "switching to broadcast");
+    routingMode_ = mode;
+}
+
+void BrivonAdapter::refreshEndpoints() {
+    assert(brivon_);
+    needsRefresh_ = false;
+    brivon_->RefreshEndPoints();
+}
+
+Napi::Value BrivonAdapter::getSelfEndpoint(const Napi::CallbackInfo& info) {
+    const Napi::Env env = info.Env();
+    return Napi::String::New(env, endPointToString(dispatcher(env).GetSelfEndPoint()));
+}
+
+Napi::Value BrivonAdapter::getEndpoints(const Napi::CallbackInfo& info) {
+    const Napi::Env env = info.Env();
+    return toTextArray(env, listEndPoints(dispatcher(env)),
+                       [](const EndPoint& endPoint) -> const EndPoint& { return endPoint; });
+}
+
+Napi::Value BrivonAdapter::getEndpointCacheSnapshot(const Napi::CallbackInfo& info) {
+    // Copied without cacheMutex, which is part of the contract.
+    const auto snapshot = endpointCache_;
+    return toTextArray(info.Env(), snapshot, [](const auto& entry) -> const EndPoint& { return entry.second; });
+}
+
+Napi::Value BrivonAdapter::forceRefreshEndpoints(const Napi::CallbackInfo& info) {
+    refreshEndpoints();
+    return info.Env().Null();
+}
+
+// ---- Sending
+
+Napi::Value BrivonAdapter::sendMessage(const Napi::CallbackInfo& info) {
+    const Napi::Env env = info.Env();
+    if (info.Length() < 2)
+        return refuse(env, kWrongNumberOfArguments);
+    for (std::size_t i = 0; i < info.Length(); ++i) {
+        if (!info[i].IsString())
+            return refuse(env, kTargetSpecifierNotString);
+    }
+    const auto text = [&info](std::size_t position) {
+        return position < info.Length() ? toUtf8(info[position]) : std::string();
+    };
+    const std::string type = text(0);
+    const std::string payload = text(1);
+    const std::string appId = text(2);
+    const std::string appVersion = text(3);
+    const std::string endpointId = text(4);
+    sendSuiteMessage(type, payload, appId, appVersion, endpointId);
+    return Napi::String::New(env, "Sent");
+}
+
+// Deliberately without a catch: an exception of the library's is not turned into a JavaScript error.
+void BrivonAdapter::sendSuiteMessage(const std::string& type, const std::string& payload, const std::string& appId,
+                                     const std::string& appVersion, const std::string& endpointId) {
+    static const std::string suiteTypePrefix = "brivon.SuiteMessage.";
+    SuiteMessage message((suiteTypePrefix + type).c_str());
+    const std::vector<EndPoint> destinations = selectDestinations(appId, appVersion, endpointId);
+    // Read without cacheMutex, which is part of the contract.
+    message.SetSource(selfEndPoint_);
+    message.SetPayload(payload.c_str());
+    if (!destinations.empty())
+        message.SetDestinations(destinations.data(), destinations.size());
+    assert(brivon_);
+    if (brivon_->Send(message) != BrivonMessageErrorCode_Success)
+        needsRefresh_ = true;
+    else if (needsRefresh_)
+        refreshEndpoints();
+}
+
+std::vector<EndPoint> BrivonAdapter::selectDestinations(const std::string& appId, const std::string& appVersion,
+                                                        const std::string& endpointId) const {
+    if (!appId.empty() && !appVersion.empty() && !endpointId.empty()) {
+        EndPoint endPoint;
+        endPoint.SetAppId(appId.c_str());
+        endPoint.SetAppVersion(appVersion.c_str());
+        endPoint.SetId(endpointId.c_str());
+        return {endPoint};
+    }
+    const std::string& key = appId.empty() ? defaultAppId_ : appId;
+    std::vector<EndPoint> destinations;
+    const CacheLock lock(cacheMutex);
+    const auto [first, last] = endpointCache_.equal_range(key);
+    if (!key.empty() && !appVersion.empty()) {
+        for (auto entry = first; entry != last; ++entry) {
+            if (readAppVersion(entry->second) == appVersion)
+                destinations.push_back(entry->second);
+        }
+    }
+    if (destinations.empty()) {
+        for (auto entry = first; entry != last; ++entry)
+            destinations.push_back(entry->second);
+    }
+    return destinations;
+}
+
+// ---- Listeners and delivery
+
+Napi::Value BrivonAdapter::addMessageListener(const Napi::CallbackInfo& info) {
+    const Napi::Env env = info.Env();
+    if (info.Length() < 1)
+        return refuse(env, kWrongNumberOfArguments);
+    IBrivonMessageDispatcher& brivon = dispatcher(env);
+    // A previous handle is overwritten without a release: its function is never called again and stays referenced.
+    messageListenerTsfn =
+        Napi::ThreadSafeFunction::New(env, info[0].As<Napi::Function>(), "Brivon Message Listener", 0, 1);
+    watchEnvironmentEnd(env);
+    brivon.AddMessageListener(this);
+    return env.Undefined();
+}
+
+Napi::Value BrivonAdapter::addErrorListener(const Napi::CallbackInfo& info) {
+    const Napi::Env env = info.Env();
+    if (info.Length() < 1)
+        return refuse(env, kWrongNumberOfArguments);
+    IBrivonMessageDispatcher& brivon = dispatcher(env);
+    errorListenerTsfn = Napi::ThreadSafeFunction::New(env, info[0].As<Napi::Function>(), "Brivon Error Listener", 0, 1);
+    watchEnvironmentEnd(env);
+    brivon.AddErrorListener(this);
+    return env.Undefined();
+}
+
+Napi::Value BrivonAdapter::removeAllListeners(const Napi::CallbackInfo& info) {
+    const Napi::Env env = info.Env();
+    messageListenerTsfn = Napi::ThreadSafeFunction();
+    errorListenerTsfn = Napi::ThreadSafeFunction();
+    IBrivonMessageDispatcher& brivon = dispatcher(env);
+    brivon.RemoveMessageListener(this);
+    brivon.RemoveErrorListener(this);
+    return env.Undefined();
+}
+
+void BrivonAdapter::Receive(const BrivonMessage& message) {
+    try {
+        const std::string type = readType(message);
+        if (type == kUnreachableType || needsRefresh_)
+            refreshEndpoints();
+        if (isErrorMessage(type)) {
+            const auto& errorMessage = static_cast<const ErrorMessage&>(message);
+            deliverError(new ErrorRecord{type, readError(errorMessage), readFault(errorMessage)});
+        } else if (isSuiteMessage(type)) {
+            const auto& suiteMessage = static_cast<const SuiteMessage&>(message);
+            std::string appId = readAppId(message);
+            std::string appVersion = readAppVersion(message);
+            const EndPoint source = suiteMessage.GetSource();
+            std::string sourceId = readId(source);
+            std::string payload = readPayload(suiteMessage);
+            auto* record = new MessageRecord{type, std::move(appId), std::move(appVersion), std::move(sourceId),
+                                             std::move(payload)};
+            // Assigned, not or-ed: a hit clears what an earlier miss or refused send has set.
+            needsRefresh_ = insertIfNotAlreadyCached(source);
+            deliverMessage(record);
+        }
+    } catch (...) {
+        if (shouldLog(LogLevel::Info))
+            infoLine("BrivonAdapter::Receive", __LINE__).stream() << "EXCEPTION in BrivonAdapter::Receive";
+    }
+}
+
+// A record is freed after its listener has returned, and by nothing else: one that is refused, or whose listener
+// throws, is not freed.
+void BrivonAdapter::deliverMessage(MessageRecord* record) {
+    queueDelivery(messageListenerTsfn, [record](Napi::Env env, Napi::Function listener) {
+        listener.Call({Napi::String::New(env, record->type), Napi::String::New(env, record->payload),
+                       Napi::String::New(env, record->appId), Napi::String::New(env, record->appVersion),
+                       Napi::String::New(env, record->sourceId)});
+        delete record;
+    });
+}
+
+void BrivonAdapter::deliverError(ErrorRecord* record) {
+    queueDelivery(errorListenerTsfn, [record](Napi::Env env, Napi::Function listener) {
+        listener.Call({Napi::String::New(env, record->type), Napi::String::New(env, record->error),
+                       Napi::String::New(env, record->fault)});
+        delete record;
+    });
+}
+
+void BrivonAdapter::queueDelivery(const Napi::ThreadSafeFunction& handle, const Delivery& delivery) {
+    struct InFlight {
+        InFlight() { ++deliveriesInFlight; }
+        ~InFlight() { --deliveriesInFlight; }
+    } const inFlight;
+    const Napi::ThreadSafeFunction listener = handle;
+    // The runtime aborts on an empty handle; here it means a refusal like any other, and the delivery is dropped.
+    if (static_cast<napi_threadsafe_function>(listener) != nullptr)
+        listener.NonBlockingCall(delivery);
+}

@@ -1,0 +1,101 @@
+#include "brivonadapter_readers.h"
+
+#include <cstring>
+#include <memory>
+
+using namespace kesta::brivon::api5;
+
+namespace {
+
+template <typename Record>
+using SizeOf = std::size_t (Record::*)() const;
+template <typename Record>
+using ValueOf = void (Record::*)(char*) const;
+
+template <typename Record>
+std::unique_ptr<char[]> fetch(const Record& record, std::size_t size, ValueOf<Record> value) {
+    std::unique_ptr<char[]> buffer(new char[size]);
+    (record.*value)(buffer.get());
+    return buffer;
+}
+
+template <typename Record>
+std::string readText(const Record& record, SizeOf<Record> size, ValueOf<Record> value) {
+    const std::size_t bytes = (record.*size)();
+    if (bytes == 0)
+        return {};
+    const auto buffer = fetch(record, bytes, value);
+    // Bounded, should the library leave the terminator out.
+    return {buffer.get(), strnlen(buffer.get(), bytes)};
+}
+
+} // namespace
+
+std::string readType(const BrivonMessage& message) {
+    return readText(message, &BrivonMessage::GetTypeSize, &BrivonMessage::GetType);
+}
+
+std::string readAppId(const BrivonMessage& message) {
+    return readText(message, &BrivonMessage::GetAppIdSize, &BrivonMessage::GetAppId);
+}
+
+std::string readAppVersion(const BrivonMessage& message) {
+    return readText(message, &BrivonMessage::GetAppVersionSize, &BrivonMessage::GetAppVersion);
+}
+
+std::string readId(const EndPoint& endPoint) {
+    return readText(endPoint, &EndPoint::GetIdSize, &EndPoint::GetId);
+}
+
+std::string readAppId(const EndPoint& endPoint) {
+    return readText(endPoint, &EndPoint::GetAppIdSize, &EndPoint::GetAppId);
+}
+
+std::string readAppVersion(const EndPoint& endPoint) {
+    return readText(endPoint, &EndPoint::GetAppVersionSize, &EndPoint::GetAppVersion);
+}
+
+std::string readError(const ErrorMessage& message) {
+    return readText(message, &ErrorMessage::GetErrorSize, &ErrorMessage::GetError);
+}
+
+std::string readFault(const ErrorMessage& message) {
+    return readText(message, &ErrorMessage::GetFaultSize, &ErrorMessage::GetFault);
+}
+
+std::string readPayload(const SuiteMessage& message) {
+    const std::size_t size = message.GetPayloadSize();
+    if (size < 2)
+        return {};
+    return std::string(fetch(message, size, &SuiteMessage::GetPayload).get(), size - 1);
+}
+
+std::vector<EndPoint> readDestinations(const SuiteMessage& message) {
+    const std::size_t count = message.GetDestinationCount();
+    const auto array = std::make_unique<EndPoint[]>(count);
+    message.GetDestinations(array.get());
+    return {array.get(), array.get() + count};
+}
+
+std::vector<EndPoint> listEndPoints(IBrivonMessageDispatcher& dispatcher) {
+    EndPoint* array = nullptr;
+    std::size_t count = 0;
+    dispatcher.GetEndPoints(&array, &count);
+    if (count == 0)
+        return {};
+    std::vector<EndPoint> list(array, array + count);
+    dispatcher.ReleaseEndPoints(array);
+    return list;
+}
+
+std::string endPointToString(const EndPoint& endPoint) {
+    return "{" + readAppId(endPoint) + "," + readAppVersion(endPoint) + "," + readId(endPoint) + "}";
+}
+
+bool isErrorMessage(const std::string& type) {
+    return type == ErrorMessage::TYPE;
+}
+
+bool isSuiteMessage(const std::string& type) {
+    return type.rfind(SuiteMessage::TYPE_PREFIX, 0) == 0;
+}

@@ -1,0 +1,47 @@
+// The one thread of a library: a libuv loop that runs what it is given, in order.
+#ifndef STANDINS_LOOP_THREAD_H
+#define STANDINS_LOOP_THREAD_H
+
+#include <uv.h>
+
+#include <functional>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace standins {
+
+class LoopThread {
+public:
+    using Task = std::function<void()>;
+
+    LoopThread();
+    // Any thread but this one. Runs what was posted before, then waits for the thread to end; handles that others put
+    // on the loop must be closing by then.
+    ~LoopThread();
+    LoopThread(const LoopThread&) = delete;
+    LoopThread& operator=(const LoopThread&) = delete;
+
+    // Any thread. Tasks must not throw.
+    void post(Task task);
+    // Any thread. Returns when the task has run, which is at once on this thread.
+    void run(const Task& task);
+    bool isCurrent() const { return std::this_thread::get_id() == thread_.get_id(); }
+
+    // For use on this thread only.
+    uv_loop_t* loop() { return &loop_; }
+
+private:
+    void runTasks();
+
+    uv_loop_t loop_{};
+    uv_async_t wake_{};
+    std::mutex mutex_; // guards tasks_ and stopping_
+    std::vector<Task> tasks_;
+    bool stopping_ = false;
+    std::thread thread_;
+};
+
+} // namespace standins
+
+#endif

@@ -1,0 +1,38 @@
+// The folder in which the endpoints of one user on one bus find each other: one entry per endpoint, named by its id.
+#ifndef STANDINS_MESSAGE_BUS_FOLDER_H
+#define STANDINS_MESSAGE_BUS_FOLDER_H
+
+#include <string>
+#include <vector>
+
+namespace standins {
+
+class BusFolder {
+public:
+    // Makes the folder of the bus named by BRIVON_BUS ("default" where that is not set). Throws std::runtime_error,
+    // whose text names the folder, when the name is unusable or the folder does not belong to this user alone.
+    static BusFolder open();
+
+    // The address under which an endpoint listens.
+    std::string address(const std::string& id) const;
+    // The address to bind before publishing: an endpoint becomes visible only when it can be connected to.
+    std::string unpublishedAddress(const std::string& id) const;
+    // Throws std::runtime_error.
+    void publish(const std::string& id) const;
+    // Removes the entry of an endpoint that is gone, and the folder with the last of them.
+    void remove(const std::string& id) const;
+    // The ids of all entries.
+    std::vector<std::string> list() const;
+
+private:
+    explicit BusFolder(std::string path);
+
+    std::string path_;
+};
+
+// 32 lower-case hexadecimal digits, which is also what makes an id from elsewhere safe in a path.
+bool isEndPointId(const std::string& text);
+
+} // namespace standins
+
+#endif

@@ -1,0 +1,52 @@
+// The frames that endpoints write to each other's sockets.
+//
+// A frame is a 32-bit length of what follows, a kind, and fields, each a 32-bit length and its bytes; numbers are in
+// the byte order of the machine, which both ends share. The first frame on a connection is a Hello in each direction;
+// then messages flow from the side that connected.
+#ifndef STANDINS_MESSAGE_WIRE_H
+#define STANDINS_MESSAGE_WIRE_H
+
+#include "records.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace standins::wire {
+
+using Buffer = std::vector<char>;
+
+enum class Kind : std::uint8_t { Hello = 1, AddressedMessage = 2, BroadcastMessage = 3 };
+
+inline constexpr std::size_t lengthBytes = sizeof(std::uint32_t);
+// Room for a payload of 16 MiB and whatever surrounds it; nothing larger is sent or accepted.
+inline constexpr std::size_t frameLimit = std::size_t{32} << 20;
+// A connection says Hello before it may send anything larger.
+inline constexpr std::size_t helloLimit = std::size_t{64} << 10;
+
+// The bytes that a message takes as a frame.
+std::size_t messageFrameSize(const MessageFields& message);
+void appendMessage(Buffer& buffer, Kind kind, const MessageFields& message);
+void appendHello(Buffer& buffer, const EndPointFields& self);
+
+// One frame, without its length, borrowed from the bytes it was found in.
+struct Frame {
+    const char* data;
+    std::size_t size;
+
+    Kind kind() const { return static_cast<Kind>(data[0]); }
+};
+
+enum class Found { Frame, Incomplete, Bad };
+
+// Finds the frame at the start of the bytes. Bad: it is empty or longer than the limit.
+Found findFrame(const char* data, std::size_t size, std::size_t limit, Frame& frame);
+
+// Each answers false for a frame of another kind and for one that is not exactly filled by its fields.
+bool parseMessage(const Frame& frame, MessageFields& message);
+bool parseHello(const Frame& frame, EndPointFields& peer);
+
+} // namespace standins::wire
+
+#endif

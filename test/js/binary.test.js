@@ -1,0 +1,80 @@
+'use strict';
+
+// The built files themselves.
+
+const assert = require('node:assert/strict');
+const { execFileSync } = require('node:child_process');
+const path = require('node:path');
+const { test } = require('node:test');
+
+const { buildDirectory, root } = require('../support/support');
+
+const isElf = process.platform === 'linux';
+const skip = !isElf && 'reads ELF files';
+
+test('the module exports its registration and nothing else', { skip }, () => {
+    const symbols = execFileSync('nm', ['-D', '--defined-only', path.join(buildDirectory, 'BrivonJS.node')], {
+        encoding: 'utf8',
+    });
+    assert.match(symbols, /^[0-9a-f]{16} D _register_BrivonJS_\n$/);
+});
+
+test('the module finds its library beside itself', { skip }, () => {
+    const dynamic = execFileSync('readelf', ['-dW', path.join(buildDirectory, 'BrivonJS.node')], { encoding: 'utf8' });
+    assert.match(dynamic, /RUNPATH\).*\[\$ORIGIN\]/);
+    assert.match(dynamic, /NEEDED\).*\[libBrivonMessage5\.so\]/);
+});
+
+// Slots as the contract's own compiler lays them out, which puts a destructor into one slot and not into two.
+const slots = {
+    EndPoint: ['~EndPoint'],
+    SuiteMessage: ['~SuiteMessage'],
+    IBrivonMessageListener: ['Receive'],
+    IBrivonMessageDispatcher: [
+        'Reserved0',
+        'Send',
+        'AddMessageListener',
+        'RemoveMessageListener',
+        'AddErrorListener',
+        'RemoveErrorListener',
+        'RegisterEndPointsCallback',
+        'UnregisterEndPointsCallback',
+        'RefreshEndPoints',
+        'IsRefreshing',
+        'GetSelfEndPoint',
+        'IsReady',
+        'GetEndPoints',
+        'ReleaseEndPoints',
+    ],
+};
+
+test(
+    'the virtual operations of the contract have their slots on the ABI of the closed library',
+    { skip: !isElf && 'runs where clang is installed' },
+    () => {
+        const dump = execFileSync(
+            'clang++',
+            [
+                '--target=x86_64-pc-windows-msvc',
+                '-ffreestanding',
+                '-std=c++17',
+                '-Wall',
+                '-Wextra',
+                '-Werror',
+                `-I${path.join(root, 'interfaces')}`,
+                ...['-S', '-emit-llvm', '-o', '/dev/null', '-Xclang', '-fdump-vtable-layouts'],
+                path.join(root, 'test', 'abi', 'messaging_slots.cpp'),
+            ],
+            { encoding: 'utf8' },
+        );
+        const found = {};
+        for (const [, name, table] of dump.matchAll(
+            /VFTable indices for 'kesta::brivon::api5::(\w+)' \(\d+ entr[a-z]+\)\.\n((?: +\d+ \| .*\n)*)/g,
+        )) {
+            found[name] = [];
+            for (const [, slot, operation] of table.matchAll(/^ +(\d+) \| .*::(~?\w+)\(/gm))
+                found[name][Number(slot)] = operation;
+        }
+        for (const [name, operations] of Object.entries(slots)) assert.deepEqual(found[name], operations, name);
+    },
+);

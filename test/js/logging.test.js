@@ -1,0 +1,117 @@
+'use strict';
+
+// Diagnostic lines, compared whole: each scenario runs in a process of its own, whose standard output is its log.
+
+const assert = require('node:assert/strict');
+const { test } = require('node:test');
+
+const { lineOf, runScript } = require('../support/support');
+
+// What every scenario begins with.
+const preamble = `
+    const { messaging, SUITE_TYPE_PREFIX, ERROR_TYPE } = require(root + '/lib/standins');
+    const { BrivonAdapter } = require(root + '/lib');
+    const from = (appId, id) => ({ type: SUITE_TYPE_PREFIX, source: { appId, id } });
+    const list = (...ids) => messaging.setEndpoints(ids.map((id) => ({ appId: 'a', id })));
+    const adapter = new BrivonAdapter('app', '1', 'a');
+    adapter.addMessageListener(() => {});
+`;
+
+const line = (method, text) =>
+    `Info:brivonadapter: ${text} (brivonadapter.cpp.BrivonAdapter::${method}.${lineOf('src/brivonadapter.cpp', text.split(/(?<= = )/)[0])})\n`;
+const insert = (text) => line('insertIfNotAlreadyCached', text);
+const rebuilt = (text) => line('refreshEndPointsBrivonWillCallback', text);
+
+// The switch of modes shares one line of source.
+const switched = (text) =>
+    `Info:brivonadapter: ${text} (brivonadapter.cpp.BrivonAdapter::refreshEndPointsBrivonWillCallback.${lineOf('src/brivonadapter.cpp', 'switching to')})\n`;
+
+const scenarios = {
+    'a quiet adapter logs a full cache and exceptions only': {
+        script: `
+            list('1');
+            messaging.deliver(from('a', '1'));
+            messaging.deliver(from('b', '2'));
+            messaging.setEndpoints(Array.from({ length: 200 }, (_, i) => ({ appId: 'a', id: String(i) })));
+            messaging.answer('RefreshEndPoints', { throws: 'x' });
+            messaging.deliver(from('b', '2'));
+            messaging.deliver(from('b', '2'));
+            messaging.deliver(from('b', '2'));
+            messaging.answer('IsReady', { throws: 'x' });
+            new BrivonAdapter('app', '2');
+        `,
+        log: [
+            line('Receive', 'EXCEPTION in BrivonAdapter::Receive'),
+            insert('WARNING Cache stale - dropped missing EndPoint due to large cache size'),
+            insert('WARNING Cache stale - dropped missing EndPoint due to large cache size'),
+            line('initSelf', 'WARNING Likely fatal exception in construction '),
+        ],
+    },
+    'a verbose adapter logs rebuilds, hits, insertions and switches of mode': {
+        script: `
+            adapter.setVerboseLogging(false);
+            messaging.answer('RefreshEndPoints', false, Infinity);
+            list('1', '2');
+            list('1');
+            messaging.deliver(from('a', '1'));
+            messaging.deliver(from('b', '2'));
+            list();
+            list();
+        `,
+        log: [
+            rebuilt('about to drop cache '),
+            rebuilt('inserted appId = a for sourceId = 1'),
+            rebuilt('inserted appId = a for sourceId = 2'),
+            switched('switching to point to point'),
+            rebuilt('about to drop cache '),
+            rebuilt('inserted appId = a for sourceId = 1'),
+            insert('cache hit -- returning early'),
+            insert('Cache stale - inserted missing EndPoint for appId = b'),
+            rebuilt('about to drop cache '),
+            switched('switching to broadcast'),
+            rebuilt('about to drop cache '),
+        ],
+    },
+};
+
+for (const [name, { script, log }] of Object.entries(scenarios)) {
+    test(name, async () => {
+        const ended = await runScript(`${preamble}${script}; process.exit(0);`);
+        assert.deepEqual(ended, { code: 0, signal: null, stdout: log.join(''), stderr: '' });
+    });
+}
+
+// An object whose construction was refused is bound to a native one like any other.
+test('the collection of a refused construction silences log and listeners, and releases nothing', async () => {
+    const ended = await runScript(`${preamble}
+        const fs = require('node:fs');
+        const { CallLog, collectUntil } = require(root + '/test/support/support');
+        const logs = () => {
+            const before = fs.fstatSync(1).size;
+            list('1');
+            return fs.fstatSync(1).size > before;
+        };
+        const messages = new CallLog();
+        adapter.setVerboseLogging();
+        adapter.addMessageListener(messages.callback);
+        const logsAtFirst = logs();
+        try { new BrivonAdapter('one argument'); } catch {}
+        messaging.takeCalls();
+        (async () => {
+            await collectUntil(() => !logs());
+            const calls = new Set(messaging.takeCalls().map(({ operation }) => operation));
+            messaging.deliver(from('a', 'dropped'));
+            adapter.addMessageListener(messages.callback);
+            messaging.deliver(from('a', 'heard'));
+            const heard = (await messages.atLeast(1)).map((call) => call[4]);
+            console.error(JSON.stringify({ logsAtFirst, calls: [...calls], heard }));
+            process.exit(0);
+        })();
+    `);
+    assert.deepEqual(JSON.parse(ended.stderr), {
+        logsAtFirst: true,
+        calls: ['GetSelfEndPoint', 'GetEndPoints', 'ReleaseEndPoints'],
+        heard: ['heard'],
+    });
+    assert.equal(ended.code, 0);
+});

@@ -1,0 +1,174 @@
+'use strict';
+
+const { fork } = require('node:child_process');
+const { once } = require('node:events');
+const crypto = require('node:crypto');
+const fs = require('node:fs');
+const os = require('node:os');
+const path = require('node:path');
+const v8 = require('node:v8');
+const vm = require('node:vm');
+
+const { modulePath } = require('../../lib/locate');
+
+const root = path.join(__dirname, '..', '..');
+const buildDirectory = path.dirname(modulePath());
+
+// The argument list of every call that a callback receives, with a way to await the next ones.
+class CallLog {
+    #waiting = [];
+    calls = [];
+
+    callback = (...call) => {
+        this.calls.push(call);
+        this.#waiting = this.#waiting.filter(({ count, resolve }) => this.calls.length < count || resolve());
+    };
+
+    // Resolves to all calls once there are this many.
+    async atLeast(count) {
+        if (this.calls.length < count) await new Promise((resolve) => this.#waiting.push({ count, resolve }));
+        return this.calls;
+    }
+}
+
+// Collects garbage until the condition holds; a test that waits in vain ends by its time limit.
+async function collectUntil(condition) {
+    v8.setFlagsFromString('--expose-gc');
+    const collect = vm.runInNewContext('gc');
+    do {
+        collect();
+        await new Promise((resolve) => setImmediate(resolve));
+    } while (!condition());
+}
+
+// The line of a source file at which a diagnostic text is written: that of the __LINE__ before the text.
+function lineOf(file, text) {
+    const source = fs.readFileSync(path.join(root, file), 'utf8');
+    const position = source.lastIndexOf('__LINE__', source.indexOf(`"${text}`));
+    if (position < 0) throw new Error(`${file} does not write ${text}`);
+    return source.slice(0, position).split('\n').length;
+}
+
+// The folder in which the endpoints of a bus meet.
+const busFolder = (bus) => path.join('/tmp', `brivon-${process.geteuid()}`, bus);
+
+const buses = [];
+process.on('exit', () => buses.forEach((bus) => fs.rmSync(busFolder(bus), { recursive: true, force: true })));
+
+// The name of a bus of the test's own, whose remains are removed with the test's process.
+function newBus() {
+    const bus = `test-${crypto.randomUUID().slice(0, 18)}`;
+    buses.push(bus);
+    return bus;
+}
+
+function temporaryFile() {
+    return path.join(os.tmpdir(), `brivonjs-${process.pid}-${crypto.randomUUID()}`);
+}
+
+// A child Node.js process. Its output goes to files, which every platform can give to a process, and messages to it and
+// from it through its channel.
+class Child {
+    constructor(file, { args = [], env = {}, execArgv = [] } = {}) {
+        this.files = { stdout: temporaryFile(), stderr: temporaryFile() };
+        const outputs = [fs.openSync(this.files.stdout, 'w'), fs.openSync(this.files.stderr, 'w')];
+        this.process = fork(file, args, {
+            execArgv,
+            env: { ...process.env, ...env },
+            stdio: ['ignore', ...outputs, 'ipc'],
+            serialization: 'advanced',
+        });
+        outputs.forEach((output) => fs.closeSync(output));
+        this.exited = once(this.process, 'exit').then(([code, signal]) => {
+            const [stdout, stderr] = [this.files.stdout, this.files.stderr].map((name) => {
+                const text = fs.readFileSync(name, 'utf8');
+                fs.unlinkSync(name);
+                return text;
+            });
+            return { code, signal, stdout, stderr };
+        });
+    }
+}
+
+// A program on a bus, run in a process of its own and told what to do with pieces of JavaScript.
+class Endpoint extends Child {
+    #answers = new Map();
+    #nextId = 0;
+
+    // Resolves to an endpoint whose adapter was made with these arguments, and which tells of what it hears.
+    static async join(bus, ...args) {
+        const endpoint = new Endpoint(path.join(__dirname, 'endpoint.js'), { env: { BRIVON_BUS: bus } });
+        await endpoint.run(`globalThis.adapter = new BrivonAdapter(...${JSON.stringify(args)})`);
+        endpoint.self = await endpoint.run('adapter.getSelfEndpoint()');
+        [endpoint.appId, endpoint.appVersion, endpoint.id] = endpoint.self.slice(1, -1).split(',');
+        return endpoint;
+    }
+
+    constructor(...args) {
+        super(...args);
+        this.told = new CallLog();
+        this.process.on('message', ({ id, value, told }) => {
+            if (id === undefined) this.told.callback(told);
+            this.#answers.get(id)?.resolve(value);
+            this.#answers.delete(id);
+        });
+        this.exited.then((ended) => {
+            for (const { code, reject } of this.#answers.values())
+                reject(new Error(`ended during ${code}: ${JSON.stringify(ended)}`));
+        });
+    }
+
+    // Resolves to what the code evaluates to.
+    run(code) {
+        const id = this.#nextId++;
+        return new Promise((resolve, reject) => {
+            this.#answers.set(id, { code, resolve, reject });
+            this.process.send({ id, code });
+        });
+    }
+
+    // Resolves when the code evaluates to something true.
+    async until(code) {
+        while (!(await this.run(code))) await this.run('new Promise((resolve) => setTimeout(resolve, 5))');
+    }
+
+    listen() {
+        return this.run(`adapter.addMessageListener((...message) => tell({ message }));
+      adapter.addErrorListener((...error) => tell({ error })); 0`);
+    }
+
+    async end(signal = 'SIGKILL') {
+        this.process.kill(signal);
+        return this.exited;
+    }
+}
+
+// Runs a piece of JavaScript in a process of its own, to its end: { code, signal, stdout, stderr }.
+async function runScript(body, options) {
+    const file = `${temporaryFile()}.js`;
+    fs.writeFileSync(file, `'use strict';\nconst root = ${JSON.stringify(root)};\n${body}`);
+    try {
+        return await new Child(file, options).exited;
+    } finally {
+        fs.unlinkSync(file);
+    }
+}
+
+// How a process ends that fails an assertion.
+function endedAbnormally({ code, signal }) {
+    return signal === 'SIGABRT' || (process.platform === 'win32' && code !== 0);
+}
+
+module.exports = {
+    buildDirectory,
+    busFolder,
+    CallLog,
+    collectUntil,
+    endedAbnormally,
+    Endpoint,
+    lineOf,
+    newBus,
+    root,
+    runScript,
+    temporaryFile,
+};
