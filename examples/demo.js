@@ -1,12 +1,14 @@
 'use strict';
 
-// Four real programs of two applications meet on a bus of their own and talk; one of them is killed. Ends with 0 when
-// everything that was expected has arrived, and nothing else has.
+// Four real programs of two applications meet on a bus of their own and talk; one of them is killed. Then a folder of
+// programs is looked at, and one of them launched. Ends with 0 when everything has happened that should, and in time.
 
 const { fork } = require('node:child_process');
 const { once } = require('node:events');
 const fs = require('node:fs');
 const path = require('node:path');
+
+const { control } = require('./demo/control');
 
 const TIME_LIMIT_MS = 20_000;
 const STEP_LIMIT_MS = 5_000;
@@ -138,10 +140,12 @@ setTimeout(() => {
 }, TIME_LIMIT_MS).unref();
 
 // The participants end when their parent does.
-main().then(
-    () => process.exit(0),
-    (failure) => {
-        console.error(failure.message);
-        process.exit(1);
-    },
-);
+main()
+    .then(() => control({ say, chapter, until }))
+    .then(
+        () => process.exit(0),
+        (failure) => {
+            console.error(failure.message);
+            process.exit(1);
+        },
+    );

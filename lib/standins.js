@@ -58,8 +58,20 @@ class MessagingScript extends Script {
     }
 }
 
+class ControlScript extends Script {
+    // Lets go of every launch that an answer { holds: true, launched } of LaunchApp holds back.
+    releaseLaunches() {
+        this.perform('releaseLaunches');
+    }
+}
+
 // The types that the stand-in gives to messages.
 const SUITE_TYPE_PREFIX = 'brivon.SuiteMessage.';
 const ERROR_TYPE = 'brivon.ErrorMessage';
 
-module.exports = { messaging: new MessagingScript(addon.message), SUITE_TYPE_PREFIX, ERROR_TYPE };
+module.exports = {
+    messaging: new MessagingScript(addon.message),
+    control: new ControlScript(addon.control),
+    SUITE_TYPE_PREFIX,
+    ERROR_TYPE,
+};

@@ -1,4 +1,5 @@
 // The addon through which JavaScript scripts the stand-ins. All of it runs on the JavaScript thread.
+#include "control_script.h"
 #include "message_script.h"
 
 #include <napi.h>
@@ -137,6 +138,7 @@ Napi::Object makeFace(Napi::Env env, ScriptFace& face) {
 
 Napi::Object initialise(Napi::Env env, Napi::Object exports) {
     exports.Set("message", makeFace(env, standins::messageScript()));
+    exports.Set("control", makeFace(env, standins::controlScript()));
     return exports;
 }
 

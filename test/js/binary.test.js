@@ -19,10 +19,11 @@ test('the module exports its registration and nothing else', { skip }, () => {
     assert.match(symbols, /^[0-9a-f]{16} D _register_BrivonJS_\n$/);
 });
 
-test('the module finds its library beside itself', { skip }, () => {
+test('the module finds its libraries beside itself', { skip }, () => {
     const dynamic = execFileSync('readelf', ['-dW', path.join(buildDirectory, 'BrivonJS.node')], { encoding: 'utf8' });
     assert.match(dynamic, /RUNPATH\).*\[\$ORIGIN\]/);
-    assert.match(dynamic, /NEEDED\).*\[libBrivonMessage5\.so\]/);
+    for (const library of ['BrivonMessage5', 'BrivonControl'])
+        assert.match(dynamic, new RegExp(`NEEDED\\).*\\[lib${library}\\.so\\]`));
 });
 
 // Slots as the contract's own compiler lays them out, which puts a destructor into one slot and not into two.
@@ -46,27 +47,43 @@ const slots = {
         'GetEndPoints',
         'ReleaseEndPoints',
     ],
+    IBrivonController: [
+        'Reserved0',
+        'LaunchApp',
+        'IsAppInstalled',
+        'IsAppRunning',
+        'IsAppRunningByName',
+        'GetAppPath',
+        'ReleaseAppPath',
+        'GetSpecifiers',
+        'ReleaseSpecifiers',
+        'GetProcessId',
+    ],
 };
 
 test(
     'the virtual operations of the contract have their slots on the ABI of the closed library',
     { skip: !isElf && 'runs where clang is installed' },
     () => {
-        const dump = execFileSync(
-            'clang++',
-            [
-                '--target=x86_64-pc-windows-msvc',
-                '-ffreestanding',
-                '-std=c++17',
-                '-Wall',
-                '-Wextra',
-                '-Werror',
-                `-I${path.join(root, 'interfaces')}`,
-                ...['-S', '-emit-llvm', '-o', '/dev/null', '-Xclang', '-fdump-vtable-layouts'],
-                path.join(root, 'test', 'abi', 'messaging_slots.cpp'),
-            ],
-            { encoding: 'utf8' },
-        );
+        const dump = ['messaging_slots.cpp', 'control_slots.cpp']
+            .map((file) =>
+                execFileSync(
+                    'clang++',
+                    [
+                        '--target=x86_64-pc-windows-msvc',
+                        '-ffreestanding',
+                        '-std=c++17',
+                        '-Wall',
+                        '-Wextra',
+                        '-Werror',
+                        `-I${path.join(root, 'interfaces')}`,
+                        ...['-S', '-emit-llvm', '-o', '/dev/null', '-Xclang', '-fdump-vtable-layouts'],
+                        path.join(root, 'test', 'abi', file),
+                    ],
+                    { encoding: 'utf8' },
+                ),
+            )
+            .join('');
         const found = {};
         for (const [, name, table] of dump.matchAll(
             /VFTable indices for 'kesta::brivon::api5::(\w+)' \(\d+ entr[a-z]+\)\.\n((?: +\d+ \| .*\n)*)/g,

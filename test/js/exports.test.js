@@ -19,15 +19,24 @@ const methods = {
         'setVerboseLogging',
         'removeAllListeners',
     ],
-    BrivonControlAdapter: [],
+    BrivonControlAdapter: [
+        'getSpecifiers',
+        'isAppInstalled',
+        'isAppRunning',
+        'isAppRunningByName',
+        'getAppPath',
+        'getAppVersion',
+        'getProcessId',
+        'launchApp',
+    ],
 };
 
 test('the exports are plain properties in their order', () => {
-    assert.deepEqual(Object.keys(brivonjs), ['BrivonAdapter', 'BrivonControlAdapter']);
+    assert.deepEqual(Object.keys(brivonjs), ['BrivonAdapter', 'BrivonControlAdapter', '_setLibraryPath']);
     for (const key of Object.keys(brivonjs)) {
         const { value, ...attributes } = Object.getOwnPropertyDescriptor(brivonjs, key);
         assert.deepEqual(attributes, { writable: true, enumerable: true, configurable: true });
-        assert.equal(value.name, key);
+        assert.equal(value.name, key === '_setLibraryPath' ? '' : key);
     }
 });
 

@@ -10,8 +10,8 @@ const { test } = require('node:test');
 const { buildDirectory, endedAbnormally, lineOf, runScript, temporaryFile } = require('../support/support');
 
 const preamble = `
-    const { messaging } = require(root + '/lib/standins');
-    const { BrivonAdapter } = require(root + '/lib');
+    const { messaging, control } = require(root + '/lib/standins');
+    const { BrivonAdapter, BrivonControlAdapter } = require(root + '/lib');
 `;
 
 const fatal = {
@@ -22,12 +22,21 @@ const fatal = {
     'a refresh without a dispatcher': `messaging.answer('GetInstance', { throws: 'x' }); new BrivonAdapter('app', '1').forceRefreshEndpoints();`,
 };
 
-for (const [name, script] of Object.entries(fatal)) {
+const noController = {
+    'SetConfig of the control library refuses': `control.answer('SetConfig', 1); new BrivonControlAdapter();`,
+    'no controller': `control.answer('GetInstance', { instance: false }); new BrivonControlAdapter();`,
+};
+
+for (const [name, script] of Object.entries({ ...fatal, ...noController })) {
     test(`${name}: an assertion with its expression, file and line ends the process`, async () => {
         const ended = await runScript(`${preamble}${script}`);
         assert.ok(endedAbnormally(ended), JSON.stringify(ended));
-        assert.match(ended.stderr, /src[/\\]brivonadapter\.cpp/);
-        assert.match(ended.stderr, /\bbrivon_\b/);
+        const [file, expression] =
+            name in fatal
+                ? [/src[/\\]brivonadapter\.cpp/, /\bbrivon_\W/]
+                : [/src[/\\]brivoncontroladapter\.cpp/, /\W_brivon\W/];
+        assert.match(ended.stderr, file);
+        assert.match(ended.stderr, expression);
         assert.ok(!ended.stderr.includes(process.cwd()), ended.stderr);
     });
 }

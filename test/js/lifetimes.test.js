@@ -56,7 +56,10 @@ for (const [point, script] of Object.entries(points)) {
         const ways = [
             { action: later('process.exit(7)'), code: 7 },
             { action: later(`throw new Error('uncaught')`), code: 1 },
-            { action: `require('node:worker_threads').parentPort.postMessage('terminate me');`, code: 1 },
+            {
+                action: `setInterval(() => {}, 1000); require('node:worker_threads').parentPort.postMessage('terminate me');`,
+                code: 1,
+            },
             ...(listens(point) ? [] : [{ action: '', code: 0 }]),
         ];
         for (const beside of ['', script]) {

@@ -1,0 +1,248 @@
+// Over the executables that the build makes of test/resources/.
+#include "appversion.h"
+#include "pe_version.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <string>
+#include <sys/stat.h>
+#include <vector>
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+
+namespace {
+
+namespace fs = std::filesystem;
+using Content = std::vector<char>;
+
+const fs::path kSamples = VERSION_SAMPLES;
+
+Content contentOf(const fs::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+const std::uint8_t* bytesOf(const Content& content) {
+    return reinterpret_cast<const std::uint8_t*>(content.data());
+}
+
+constexpr char kNone[] = "(none)";
+
+std::string versionIn(const void* block) {
+    return findProductVersion(block).value_or(kNone);
+}
+
+// Empty when the file has no block.
+std::vector<std::uint8_t> blockOf(const fs::path& path) {
+    const std::u16string name = path.u16string();
+    DWORD handle = 1;
+    std::vector<std::uint8_t> block(GetFileVersionInfoSizeW(name.c_str(), &handle));
+    EXPECT_EQ(0u, handle);
+    if (!block.empty()) {
+        EXPECT_NE(0, GetFileVersionInfoW(name.c_str(), 0, static_cast<DWORD>(block.size()), block.data()));
+    }
+    return block;
+}
+
+std::string versionOf(const fs::path& path) {
+    const auto block = blockOf(path);
+    return block.empty() ? "(no block)" : versionIn(block.data());
+}
+
+class Version : public testing::Test {
+protected:
+    Version() {
+        std::string pattern = testing::TempDir() + "version-XXXXXX";
+        folder_ = mkdtemp(pattern.data());
+    }
+    ~Version() override { fs::remove_all(folder_); }
+
+    fs::path write(const std::string& name, const Content& content) const {
+        std::ofstream(folder_ / name, std::ios::binary)
+            .write(content.data(), static_cast<std::streamsize>(content.size()));
+        return folder_ / name;
+    }
+
+    fs::path folder_;
+};
+
+TEST_F(Version, IsTheFirstTranslationsThatHasOne) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"plain.x64.exe", "3.1.4-plain"},         {"plain.x64.dll", "3.1.4-plain"},
+        {"plain.ia32.exe", "3.1.4-plain"},        {"plain.ia32.dll", "3.1.4-plain"},
+        {"languages.x64.exe", "Версия 2 版本 🚀"}, {"empty_text.x64.exe", ""},
+        {"no_translation.x64.exe", kNone},        {"other_language.x64.exe", kNone},
+        {"no_version.x64.exe", "(no block)"},
+    };
+    for (const auto& [name, version] : cases)
+        EXPECT_EQ(version, versionOf(kSamples / name)) << name;
+}
+
+// Changes of a good file that leave it readable or make it say nothing.
+TEST_F(Version, OfPatchedFiles) {
+    const std::string coff("PE\0\0", 4);
+    const auto key = [](const char* text) {
+        std::string units;
+        for (; *text != 0; ++text)
+            units.append({*text, '\0'});
+        return units;
+    };
+    const std::string root = key("VS_VERSION_INFO");
+    const std::string table = key("Translation");
+    const std::string text = key("ProductVersion");
+    const struct {
+        const char* what;
+        const char* sample;
+        std::string anchor;
+        std::ptrdiff_t at; // from the anchor
+        std::uint16_t number;
+        const char* version;
+    } cases[] = {
+        // No linker for ARM is needed: the machine is a number in the header.
+        {"64-bit ARM", "plain.x64.exe", coff, 4, 0xAA64, "3.1.4-plain"},
+        {"32-bit ARM", "plain.ia32.exe", coff, 4, 0x01C4, "3.1.4-plain"},
+        {"no entry in the table", "languages.x64.exe", table, -4, 0, kNone},
+        {"less than an entry", "languages.x64.exe", table, -4, 3, kNone},
+        {"one entry and a half", "languages.x64.exe", table, -4, 6, kNone},
+        {"almost three entries", "languages.x64.exe", table, -4, 11, "Версия 2 版本 🚀"},
+        {"table longer than its node", "other_language.x64.exe", table, -4, 0xFFFF, kNone},
+        {"text of no length", "plain.x64.exe", text, -4, 0, ""},
+        {"node of no length", "plain.x64.exe", key("VarFileInfo"), -6, 0, kNone},
+        {"resource shorter than its tree", "plain.x64.exe", root, -18, 0x40, kNone},
+        {"tree longer than its resource", "plain.x64.exe", root, -6, 0xFFFF, "3.1.4-plain"},
+        {"tree of no length", "plain.x64.exe", root, -6, 0, "(no block)"},
+        {"resources outside the sections", "plain.x64.exe", coff, 24 + 112 + 2 * 8 + 2, 0x7000, "(no block)"},
+    };
+    for (const auto& patch : cases) {
+        Content content = contentOf(kSamples / patch.sample);
+        const auto anchor = std::search(content.begin(), content.end(), patch.anchor.begin(), patch.anchor.end());
+        ASSERT_NE(content.end(), anchor) << patch.what;
+        std::memcpy(&*anchor + patch.at, &patch.number, sizeof patch.number);
+        EXPECT_EQ(patch.version, versionOf(write("patched.exe", content))) << patch.what;
+    }
+}
+
+TEST_F(Version, IsFoundUnderAnyPath) {
+    const Content content = contentOf(kSamples / "plain.x64.exe");
+    for (const char* name : {"программа.exe", "日本語 アプリ.exe", "🚀.exe"})
+        EXPECT_EQ("3.1.4-plain", versionOf(write(name, content))) << name;
+}
+
+TEST_F(Version, IsNoneWhereThereIsNoExecutable) {
+    ASSERT_EQ(0, mkfifo((folder_ / "fifo").c_str(), 0600));
+    const fs::path cases[] = {folder_ / "missing.exe", folder_, folder_ / "fifo",      "/dev/zero",
+                              write("empty", {}),      "",      std::string(5000, 'x')};
+    for (const auto& path : cases) {
+        EXPECT_EQ("(no block)", versionOf(path)) << path;
+        char block[64];
+        EXPECT_EQ(0, GetFileVersionInfoW(path.u16string().c_str(), 0, sizeof block, block)) << path;
+    }
+}
+
+TEST_F(Version, QueriesAnswerInWindowsUnits) {
+    auto block = blockOf(kSamples / "plain.x64.exe");
+    void* text = nullptr;
+    UINT textLength = 0;
+    const auto product = platform::widen("\\StringFileInfo\\040904b0\\ProductVersion");
+    ASSERT_NE(0, VerQueryValueW(block.data(), product.c_str(), &text, &textLength));
+    // Its node now claims a longer text than it holds; the field stands before 32 bytes of type and key, and padding.
+    std::memset(static_cast<std::uint8_t*>(text) - 34, 0xFF, 2);
+
+    const struct {
+        const char* name;
+        BOOL found;
+        UINT length;
+    } cases[] = {
+        {"\\", 1, 52},
+        {"", 1, 52},
+        {"\\VarFileInfo\\Translation", 1, 4},
+        {"\\StringFileInfo\\040904b0\\ProductVersion", 1, 12},
+        {"\\stringfileinfo\\040904B0\\COMPANYNAME", 1, 8},
+        {"\\StringFileInfo\\040904b0", 1, 0},
+        {"\\StringFileInfo\\040904b0\\Product", 0, 0},
+        {"\\StringFileInfo\\040904b0\\ProductVersions", 0, 0},
+        {"\\StringFileInfo\\041904b0\\ProductVersion", 0, 0},
+        {"\\StringFileInfo\\040904b0\\ProductVersion\\Deeper", 0, 0},
+        {"\\ProductVersion", 0, 0},
+    };
+    for (const auto& query : cases) {
+        void* value = nullptr;
+        UINT length = 999;
+        EXPECT_EQ(query.found, VerQueryValueW(block.data(), platform::widen(query.name).c_str(), &value, &length));
+        EXPECT_EQ(query.length, length) << query.name;
+        if (query.length == 52) {
+            EXPECT_EQ(0xFEEF04BD, load<std::uint32_t>(static_cast<std::uint8_t*>(value)));
+        }
+    }
+}
+
+// The file may change between the two calls, so a block may be of any size.
+TEST_F(Version, TextEndsWithinABlockOfAnySize) {
+    const fs::path sample = kSamples / "plain.x64.exe";
+    const std::string version = "3.1.4-plain";
+    const std::size_t whole = blockOf(sample).size();
+    for (std::size_t size = 0; size < whole + 16; ++size) {
+        std::vector<std::uint8_t> block(size, 0xFF);
+        if (GetFileVersionInfoW(sample.u16string().c_str(), 0, static_cast<DWORD>(size), block.data()) == 0) {
+            EXPECT_LT(size, 8u);
+            continue;
+        }
+        void* value = nullptr;
+        UINT length = 0;
+        const auto name = platform::widen("\\StringFileInfo\\040904b0\\ProductVersion");
+        if (VerQueryValueW(block.data(), name.c_str(), &value, &length) != 0) {
+            const platform::WideString text = static_cast<const WCHAR*>(value);
+            EXPECT_EQ(0u, platform::widen(version).find(text)) << size;
+        }
+        EXPECT_EQ(size < whole ? kNone : version, versionIn(block.data())) << size;
+    }
+}
+
+TEST_F(Version, ReadsLittleOfALargeFile) {
+    struct Large : ByteSource {
+        Content content = contentOf(kSamples / "plain.x64.exe");
+        mutable std::size_t total = 0;
+
+        bool read(std::uint64_t offset, void* bytes, std::size_t size) const override {
+            total += size;
+            if (offset + size > content.size())
+                return false;
+            std::memcpy(bytes, content.data() + offset, size);
+            return true;
+        }
+    } file;
+    file.content.resize(std::size_t{100} << 20);
+    std::vector<std::uint8_t> block(versionBlockSize(file));
+    ASSERT_TRUE(readVersionBlock(file, static_cast<DWORD>(block.size()), block.data()));
+    EXPECT_EQ("3.1.4-plain", versionIn(block.data()));
+    EXPECT_LT(file.total, 4096u);
+}
+
+TEST_F(Version, SurvivesEveryTruncation) {
+    for (const char* name : {"plain.x64.exe", "languages.x64.exe", "plain.ia32.dll"}) {
+        const Content content = contentOf(kSamples / name);
+        for (std::size_t size = 0; size < content.size(); ++size) {
+            // A copy of exactly that size, so that the address sanitizer sees every step beyond it.
+            const Content cut(content.begin(), content.begin() + static_cast<std::ptrdiff_t>(size));
+            LLVMFuzzerTestOneInput(bytesOf(cut), size);
+        }
+    }
+}
+
+// Files that the fuzzer has crashed on, should there be any.
+TEST_F(Version, SurvivesWhatOnceCrashedIt) {
+    std::vector<fs::path> inputs{kSamples / "plain.x64.exe"};
+    if (fs::exists(FUZZ_REGRESSIONS))
+        inputs.insert(inputs.end(), fs::directory_iterator(FUZZ_REGRESSIONS), fs::directory_iterator());
+    for (const fs::path& input : inputs) {
+        const Content content = contentOf(input);
+        LLVMFuzzerTestOneInput(bytesOf(content), content.size());
+    }
+}
+
+} // namespace
