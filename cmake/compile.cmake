@@ -6,7 +6,9 @@ set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_CXX_VISIBILITY_PRESET hidden)
 set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+# Modules and shared libraries lie together; Windows counts the latter among programs.
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${BRIVON_OUTPUT_DIR}")
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${BRIVON_OUTPUT_DIR}")
 set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
 set(CMAKE_BUILD_WITH_INSTALL_RPATH ON)
 set(CMAKE_INSTALL_RPATH "$ORIGIN")
@@ -17,15 +19,32 @@ foreach(type RELEASE RELWITHDEBINFO MINSIZEREL)
 endforeach()
 
 add_library(compile-options INTERFACE)
-target_compile_options(compile-options INTERFACE
-    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast -Woverloaded-virtual
-    -Wnon-virtual-dtor -Wformat=2 -Werror
-    # GCC 12 sees uninitialised members in every moved std::variant.
-    $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>
-    # __FILE__, which assertions and diagnostic lines show, is the path within the repository on every machine.
-    "-ffile-prefix-map=${CMAKE_SOURCE_DIR}/="
+if(MSVC)
+    target_compile_options(compile-options INTERFACE /W4 /WX /EHsc /utf-8 /permissive-
+        # __FILE__ is the path within the repository on every machine.
+        "/d1trimfile:${CMAKE_SOURCE_DIR}\\")
+else()
+    target_compile_options(compile-options INTERFACE
+        -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast -Woverloaded-virtual
+        -Wnon-virtual-dtor -Wformat=2 -Werror
+        # GCC 12 sees uninitialised members in every moved std::variant.
+        $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>
+        # __FILE__, which assertions and diagnostic lines show, is the path within the repository on every machine.
+        "-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=")
+endif()
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND NOT WIN32)
     # Unique symbols would keep a module half-loaded after the last environment that used it has ended.
-    $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>)
+    target_compile_options(compile-options INTERFACE -fno-gnu-unique)
+endif()
+if(MINGW)
+    # No library of the compiler's has to travel along.
+    target_link_options(compile-options INTERFACE -static)
+    target_compile_options(compile-options INTERFACE
+        # printf and its kin as the standard has them.
+        -D__USE_MINGW_ANSI_STDIO=1
+        # A function's address as the system hands it out has no type of its own.
+        -Wno-cast-function-type)
+endif()
 if(BRIVON_SANITIZE)
     # vptr checks need type information that the runtime's objects do not carry.
     target_compile_options(compile-options INTERFACE -fsanitize=${BRIVON_SANITIZE} -fno-sanitize=vptr
@@ -33,8 +52,18 @@ if(BRIVON_SANITIZE)
     target_link_options(compile-options INTERFACE -fsanitize=${BRIVON_SANITIZE})
 endif()
 
-# Nothing but the symbols that the map names is exported, templates of the standard library included.
+# brivon_addon(NAME): a module that Node.js loads, NAME.node.
+function(brivon_addon name)
+    add_library(${name} MODULE ${ARGN})
+    set_target_properties(${name} PROPERTIES PREFIX "" SUFFIX ".node")
+    target_link_libraries(${name} PRIVATE compile-options)
+endfunction()
+
+# Nothing but the symbols that the map names is exported, templates of the standard library included. Windows exports
+# what the sources say and nothing else.
 function(brivon_exports target map)
-    target_link_options(${target} PRIVATE "-Wl,--version-script=${map}")
-    set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS "${map}")
+    if(NOT WIN32)
+        target_link_options(${target} PRIVATE "-Wl,--version-script=${map}")
+        set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS "${map}")
+    endif()
 endfunction()

@@ -1,20 +1,54 @@
-# Headers of Node.js (node_api.h, uv.h) come with the Node installation, node-addon-api from npm.
+# Node.js: its headers (node_api.h, uv.h) come with the Node installation, node-addon-api from npm. The functions behind
+# them are the host executable's.
 find_program(NODE_EXECUTABLE node REQUIRED)
 execute_process(
     COMMAND "${NODE_EXECUTABLE}" -p "require('path').resolve(process.execPath, '../../include/node')"
     OUTPUT_VARIABLE node_include OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
 set(NODE_INCLUDE_DIR "${node_include}" CACHE PATH "Folder of node_api.h and uv.h")
-set(NODE_ADDON_API_DIR "${CMAKE_SOURCE_DIR}/node_modules/node-addon-api" CACHE PATH "Folder of napi.h")
+set(NODE_MODULES_DIR "${CMAKE_SOURCE_DIR}/node_modules" CACHE PATH "Folder of node-addon-api and node-api-headers")
 
-foreach(header "${NODE_INCLUDE_DIR}/node_api.h" "${NODE_INCLUDE_DIR}/uv.h" "${NODE_ADDON_API_DIR}/napi.h")
+foreach(header "${NODE_INCLUDE_DIR}/node_api.h" "${NODE_INCLUDE_DIR}/uv.h" "${NODE_MODULES_DIR}/node-addon-api/napi.h")
     if(NOT EXISTS "${header}")
         message(FATAL_ERROR "${header} is missing: set NODE_INCLUDE_DIR to the headers of Node.js, and run 'npm ci'")
     endif()
 endforeach()
 
-# Node.js itself brings the functions behind these headers.
-add_library(node-headers INTERFACE)
-target_include_directories(node-headers SYSTEM INTERFACE "${NODE_INCLUDE_DIR}" "${NODE_ADDON_API_DIR}")
-target_compile_definitions(node-headers INTERFACE NAPI_VERSION=5 NODE_ADDON_API_CPP_EXCEPTIONS
-    # A worker that is terminated in the middle of a delivery refuses every exception; that must not end the process.
-    NODE_API_SWALLOW_UNTHROWABLE_EXCEPTIONS)
+# brivon_node(NAME HOST): what is needed to compile and link against the host executable of that name.
+function(brivon_node name host)
+    add_library(${name} INTERFACE)
+    target_include_directories(${name} SYSTEM INTERFACE "${NODE_INCLUDE_DIR}" "${NODE_MODULES_DIR}/node-addon-api")
+    target_compile_definitions(${name} INTERFACE NAPI_VERSION=5 NODE_ADDON_API_CPP_EXCEPTIONS
+        # A worker that is terminated in the middle of a delivery refuses every exception; that must not end the process.
+        NODE_API_SWALLOW_UNTHROWABLE_EXCEPTIONS)
+    if(NOT WIN32)
+        return()
+    endif()
+
+    # Windows wants to know where imports come from; those from the host are bound when they are first called.
+    set(definition "${CMAKE_BINARY_DIR}/${name}.def")
+    set(exports "")
+    foreach(list "${NODE_MODULES_DIR}/node-api-headers/def/js_native_api.def"
+            "${NODE_MODULES_DIR}/node-api-headers/def/node_api.def" "${CMAKE_SOURCE_DIR}/cmake/libuv.def")
+        file(STRINGS "${list}" names REGEX "^[a-z_0-9]+$")
+        list(APPEND exports ${names})
+    endforeach()
+    list(JOIN exports "\n" exports)
+    file(CONFIGURE OUTPUT "${definition}" CONTENT "LIBRARY \"${host}\"\nEXPORTS\n${exports}\n")
+    target_sources(${name} INTERFACE "${CMAKE_SOURCE_DIR}/platform/windows/host_import_hook.cpp")
+    if(MSVC)
+        set(import "${CMAKE_BINARY_DIR}/${name}.lib")
+        add_custom_command(OUTPUT "${import}" DEPENDS "${definition}" VERBATIM
+            COMMAND "${CMAKE_AR}" /nologo "/def:${definition}" "/out:${import}" /machine:x64)
+        target_link_libraries(${name} INTERFACE "${import}" delayimp)
+        target_link_options(${name} INTERFACE "/DELAYLOAD:${host}")
+    else()
+        set(import "${CMAKE_BINARY_DIR}/lib${name}.a")
+        add_custom_command(OUTPUT "${import}" DEPENDS "${definition}" VERBATIM
+            COMMAND "${CMAKE_DLLTOOL}" -d "${definition}" -y "${import}" -D "${host}")
+        target_link_libraries(${name} INTERFACE "${import}" delayimp)
+    endif()
+    add_custom_target(${name}-import DEPENDS "${import}")
+    add_dependencies(${name} ${name}-import)
+endfunction()
+
+brivon_node(node node.exe)

@@ -2,6 +2,7 @@
 #ifndef STANDINS_MESSAGE_BUS_FOLDER_H
 #define STANDINS_MESSAGE_BUS_FOLDER_H
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -9,8 +10,8 @@ namespace standins {
 
 class BusFolder {
 public:
-    // Makes the folder of the bus named by BRIVON_BUS ("default" where that is not set). Throws std::runtime_error,
-    // whose text names the folder, when the name is unusable or the folder does not belong to this user alone.
+    // Makes the folder of the bus named by BRIVON_BUS ("default" where that is not set). Throws std::runtime_error, whose
+    // text names the folder, when the name is unusable or the folder does not belong to this user alone.
     static BusFolder open();
 
     // The address under which an endpoint listens.
@@ -25,9 +26,13 @@ public:
     std::vector<std::string> list() const;
 
 private:
-    explicit BusFolder(std::string path);
+    explicit BusFolder(std::filesystem::path path);
 
-    std::string path_;
+    // The folder of the current user's buses, made where it is missing, and closed to others.
+    static std::filesystem::path openParent();
+    static void makePrivateFolder(const std::filesystem::path& path);
+
+    std::filesystem::path path_;
 };
 
 // 32 lower-case hexadecimal digits, which is also what makes an id from elsewhere safe in a path.

@@ -8,7 +8,7 @@ namespace standins {
 namespace {
 
 constexpr std::chrono::milliseconds leavePatience(1000);
-constexpr std::chrono::milliseconds exitPatience(500);
+[[maybe_unused]] constexpr std::chrono::milliseconds exitPatience(500);
 constexpr char unreachableType[] = "DestinationUnreachable";
 constexpr char unreachableText[] = "Destination unreachable";
 
@@ -152,7 +152,9 @@ void Dispatcher::exit() {
     const std::unique_lock joining(joining_, std::try_to_lock);
     if (!joining.owns_lock() || bus_ == nullptr)
         return;
+#if !defined(_WIN32) // which has ended the library's thread by now
     bus_->drain(exitPatience);
+#endif
     bus_->unpublish();
 }
 

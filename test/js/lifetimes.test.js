@@ -13,6 +13,10 @@ const points = {
     'the module is loaded': ``,
     'an adapter exists': `keep = new BrivonAdapter('app', '1');`,
     'a construction was refused': `try { new BrivonAdapter('app'); } catch {}`,
+    'launches are pending': `
+        keep = new BrivonControlAdapter();
+        for (let i = 0; i < 100; ++i) keep.launchApp('missing', true, '', () => {});
+    `,
     'an adapter listens': `keep = new BrivonAdapter('app', '1'); keep.addMessageListener(() => {}); keep.addErrorListener(() => {});`,
     'an adapter has listened': `keep = new BrivonAdapter('app', '1'); keep.addMessageListener(() => {}); keep.removeAllListeners();`,
     'messages stream in': `
@@ -30,7 +34,7 @@ const points = {
         for (let i = 0; i < 10000; ++i) keep.sendMessage('t', 'p', appId, appVersion, id);
     `,
 };
-const load = `const { BrivonAdapter } = require(${JSON.stringify(path.join(root, 'lib'))}); let keep;`;
+const load = `const { BrivonAdapter, BrivonControlAdapter } = require(${JSON.stringify(path.join(root, 'lib'))}); let keep;`;
 const later = (action) => `setTimeout(() => { ${action} }, 20);`;
 const listens = (point) => points[point].includes('Listener(');
 

@@ -1,0 +1,64 @@
+// What is the same on every system.
+#include "bus_folder.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <stdexcept>
+
+namespace standins {
+
+namespace {
+
+constexpr std::size_t busNameLimit = 32; // keeps a socket's path within what systems allow
+
+std::string busName() {
+    const char* name = std::getenv("BRIVON_BUS");
+    if (name == nullptr || *name == '\0')
+        return "default";
+    std::string text = name;
+    const bool usable =
+        text.size() <= busNameLimit && text[0] != '.' && std::all_of(text.begin(), text.end(), [](char c) {
+            return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '_' ||
+                   c == '.';
+        });
+    if (!usable)
+        throw std::runtime_error("BRIVON_BUS must be 1 to 32 letters, digits, '-', '_' or '.', and not begin with '.'");
+    return text;
+}
+
+} // namespace
+
+bool isEndPointId(const std::string& text) {
+    return text.size() == 32 && std::all_of(text.begin(), text.end(), [](char c) {
+               return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f');
+           });
+}
+
+BusFolder::BusFolder(std::filesystem::path path)
+    : path_(std::move(path)) {}
+
+BusFolder BusFolder::open() {
+    const std::filesystem::path bus = openParent() / busName();
+    makePrivateFolder(bus);
+    return BusFolder(bus);
+}
+
+void BusFolder::remove(const std::string& id) const {
+    std::error_code ignored;
+    std::filesystem::remove(path_ / id, ignored);
+    std::filesystem::remove(path_, ignored); // fails while others are in it
+}
+
+std::vector<std::string> BusFolder::list() const {
+    std::vector<std::string> ids;
+    std::error_code failure;
+    for (std::filesystem::directory_iterator entry(path_, failure), end; !failure && entry != end;
+         entry.increment(failure)) {
+        std::string name = entry->path().filename().string();
+        if (isEndPointId(name))
+            ids.push_back(std::move(name));
+    }
+    return ids;
+}
+
+} // namespace standins

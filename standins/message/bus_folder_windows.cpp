@@ -1,0 +1,37 @@
+// Entries are empty files; the endpoints listen on named pipes, which have a space of names of their own. The user's own
+// application data is closed to other users by the system, and so are pipes for writing.
+#include "bus_folder.h"
+
+#include <fstream>
+#include <stdexcept>
+#include <stdlib.h>
+
+namespace standins {
+
+std::filesystem::path BusFolder::openParent() {
+    const wchar_t* local = _wgetenv(L"LOCALAPPDATA");
+    if (local == nullptr || *local == L'\0')
+        throw std::runtime_error("cannot make a bus folder: LOCALAPPDATA is not set");
+    const std::filesystem::path parent = std::filesystem::path(local) / "brivon-bus";
+    makePrivateFolder(parent);
+    return parent;
+}
+
+void BusFolder::makePrivateFolder(const std::filesystem::path& path) {
+    std::error_code failure;
+    std::filesystem::create_directory(path, failure);
+    if (!std::filesystem::is_directory(path))
+        throw std::runtime_error("cannot make the bus folder " + path.u8string() + ": " + failure.message());
+}
+
+std::string BusFolder::address(const std::string& id) const { return "\\\\.\\pipe\\brivon-bus-" + id; }
+
+// Nobody looks for a pipe whose id is in no folder.
+std::string BusFolder::unpublishedAddress(const std::string& id) const { return address(id); }
+
+void BusFolder::publish(const std::string& id) const {
+    if (!std::ofstream(path_ / id))
+        throw std::runtime_error("cannot publish an endpoint in " + path_.u8string());
+}
+
+} // namespace standins
