@@ -44,7 +44,8 @@ function(brivon_node name host)
     else()
         set(import "${CMAKE_BINARY_DIR}/lib${name}.a")
         add_custom_command(OUTPUT "${import}" DEPENDS "${definition}" VERBATIM
-            COMMAND "${CMAKE_DLLTOOL}" -d "${definition}" -y "${import}" -D "${host}")
+            WORKING_DIRECTORY "${CMAKE_BINARY_DIR}" # names within the library are made of the path that is given
+            COMMAND "${CMAKE_DLLTOOL}" -d "${name}.def" -y "lib${name}.a" -D "${host}")
         target_link_libraries(${name} INTERFACE "${import}" delayimp)
     endif()
     add_custom_target(${name}-import DEPENDS "${import}")

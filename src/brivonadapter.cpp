@@ -174,7 +174,8 @@ void BrivonAdapter::onEnvironmentEnd(void* data) {
     auto* adapter = static_cast<BrivonAdapter*>(data);
     messageListenerTsfn = Napi::ThreadSafeFunction();
     errorListenerTsfn = Napi::ThreadSafeFunction();
-    while (deliveriesInFlight.load() != 0)
+    // A read-modify-write, so that the handles are seen to be empty before the count is read.
+    while (deliveriesInFlight.fetch_add(0) != 0)
         std::this_thread::yield();
     adapter->brivon_->RemoveMessageListener(adapter);
     adapter->brivon_->RemoveErrorListener(adapter);
@@ -393,7 +394,7 @@ void BrivonAdapter::Receive(const BrivonMessage& message) {
             std::string payload = readPayload(suiteMessage);
             auto* record = new MessageRecord{type, std::move(appId), std::move(appVersion), std::move(sourceId),
                                              std::move(payload)};
-            // Assigned, not or-ed: a hit clears what an earlier miss or refused send has set.
+            // Assigned, not or-ed: a hit clears what a send that is refused meanwhile has set.
             needsRefresh_ = insertIfNotAlreadyCached(source);
             deliverMessage(record);
         }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <utility>
 
 namespace standins {
 
@@ -324,13 +325,13 @@ void Bus::broken(Connection& connection, int status) {
         identity = peer.identity;
     }
     reportUndelivered(undelivered, identity);
-    if (wasGreeted) {
+    const bool isNobodyThere = status == UV_ECONNREFUSED || status == UV_ENOENT;
+    if (isNobodyThere)
+        folder_.remove(id);
+    if (wasGreeted)
         connectTo(id);
-    } else {
-        if (status == UV_ECONNREFUSED || status == UV_ENOENT)
-            folder_.remove(id);
-        lose(id);
-    }
+    else if (isNobodyThere || status == 0)
+        lose(id); // else it may be too busy, or we are: the next refresh tries again
     settleRefresh(false);
 }
 
@@ -409,6 +410,9 @@ BrivonMessageErrorCode Bus::send(const MessageFields& message) {
         const auto isFull = [size](const Peer* peer) { return peer->queued != 0 && peer->queued + size > queueLimit; };
         if (std::any_of(receivers.begin(), receivers.end(), isFull))
             return statusQueueFull;
+        if (isForSelf && queuedForSelf_ != 0 && queuedForSelf_ + size > queueLimit)
+            return statusQueueFull;
+        queuedForSelf_ += isForSelf ? size : 0;
         for (Peer* peer : receivers) {
             const auto kind = isBroadcast ? wire::Kind::BroadcastMessage : wire::Kind::AddressedMessage;
             wire::appendMessage(peer->pending, kind, message);
@@ -420,7 +424,13 @@ BrivonMessageErrorCode Bus::send(const MessageFields& message) {
         }
     }
     if (isForSelf)
-        later([this, message] { events_.received(message); });
+        later([this, message, size] {
+            {
+                const std::lock_guard lock(mutex_);
+                queuedForSelf_ -= size;
+            }
+            events_.received(message);
+        });
     for (const EndPointFields& destination : missing)
         later([this, destination] { events_.unreachable(destination); });
     return BrivonMessageErrorCode_Success;
@@ -499,12 +509,20 @@ void Bus::refresh() {
     {
         const std::lock_guard lock(mutex_);
         ++refreshesAsked_;
+        if (std::exchange(scanPosted_, true))
+            return; // it is yet to begin, and serves this refresh too
     }
     later([this] {
+        {
+            const std::lock_guard lock(mutex_);
+            scanPosted_ = false;
+        }
         scan();
-        uv_timer_start(
-            &refreshTimer_, [](uv_timer_t* timer) { static_cast<Bus*>(timer->data)->settleRefresh(true); },
-            refreshTimeoutMs, 0);
+        // One under way is left alone: refreshes that follow each other closely must not put the end off for ever.
+        if (uv_is_active(handleOf(refreshTimer_)) == 0)
+            uv_timer_start(
+                &refreshTimer_, [](uv_timer_t* timer) { static_cast<Bus*>(timer->data)->settleRefresh(true); },
+                refreshTimeoutMs, 0);
         settleRefresh(false);
     });
 }

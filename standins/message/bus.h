@@ -121,6 +121,8 @@ private:
     Peers peers_;              // entries are added and erased on the library thread only
     std::size_t seen_ = 0;
     bool writeScheduled_ = false;
+    std::size_t queuedForSelf_ = 0; // bytes of messages to this very endpoint
+    bool scanPosted_ = false;
     std::size_t refreshesAsked_ = 0;
     std::size_t refreshesDone_ = 0;
     std::condition_variable drained_;

@@ -29,9 +29,8 @@ std::string busName() {
 } // namespace
 
 bool isEndPointId(const std::string& text) {
-    return text.size() == 32 && std::all_of(text.begin(), text.end(), [](char c) {
-               return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f');
-           });
+    return text.size() == 32 && std::all_of(text.begin(), text.end(),
+                                            [](char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'); });
 }
 
 BusFolder::BusFolder(std::filesystem::path path)

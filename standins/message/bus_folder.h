@@ -10,8 +10,8 @@ namespace standins {
 
 class BusFolder {
 public:
-    // Makes the folder of the bus named by BRIVON_BUS ("default" where that is not set). Throws std::runtime_error, whose
-    // text names the folder, when the name is unusable or the folder does not belong to this user alone.
+    // Makes the folder of the bus named by BRIVON_BUS ("default" where that is not set). Throws std::runtime_error,
+    // whose text names the folder, when the name is unusable or the folder does not belong to this user alone.
     static BusFolder open();
 
     // The address under which an endpoint listens.

@@ -10,6 +10,12 @@
 
 namespace standins {
 
+namespace {
+
+constexpr int makeAttempts = 100;
+
+}
+
 std::filesystem::path BusFolder::openParent() {
     const std::filesystem::path parent = "/tmp/brivon-" + std::to_string(geteuid());
     makePrivateFolder(parent);
@@ -18,10 +24,15 @@ std::filesystem::path BusFolder::openParent() {
 
 void BusFolder::makePrivateFolder(const std::filesystem::path& path) {
     const std::string name = path.string();
-    if (mkdir(name.c_str(), 0700) != 0 && errno != EEXIST)
-        throw std::runtime_error("cannot make the bus folder " + name + ": " + std::strerror(errno));
     struct stat status {};
-    if (lstat(name.c_str(), &status) != 0)
+    int found = -1;
+    // Whoever leaves a bus last removes its folder, be it between these two calls.
+    for (int attempt = 0; found != 0 && attempt < makeAttempts; ++attempt) {
+        if (mkdir(name.c_str(), 0700) != 0 && errno != EEXIST)
+            throw std::runtime_error("cannot make the bus folder " + name + ": " + std::strerror(errno));
+        found = lstat(name.c_str(), &status);
+    }
+    if (found != 0)
         throw std::runtime_error("cannot read the bus folder " + name + ": " + std::strerror(errno));
     if (!S_ISDIR(status.st_mode))
         throw std::runtime_error("the bus folder " + name + " is not a folder");
@@ -29,12 +40,17 @@ void BusFolder::makePrivateFolder(const std::filesystem::path& path) {
         throw std::runtime_error("the bus folder " + name + " belongs to another user (uid " +
                                  std::to_string(status.st_uid) + ")");
     if ((status.st_mode & 077) != 0)
-        throw std::runtime_error("the bus folder " + name + " is open to other users; close it with: chmod 700 " + name);
+        throw std::runtime_error("the bus folder " + name + " is open to other users; close it with: chmod 700 " +
+                                 name);
 }
 
-std::string BusFolder::address(const std::string& id) const { return (path_ / id).string(); }
+std::string BusFolder::address(const std::string& id) const {
+    return (path_ / id).string();
+}
 
-std::string BusFolder::unpublishedAddress(const std::string& id) const { return address(id) + ".new"; }
+std::string BusFolder::unpublishedAddress(const std::string& id) const {
+    return address(id) + ".new";
+}
 
 void BusFolder::publish(const std::string& id) const {
     if (std::rename(unpublishedAddress(id).c_str(), address(id).c_str()) != 0)

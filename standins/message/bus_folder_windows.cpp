@@ -1,5 +1,5 @@
-// Entries are empty files; the endpoints listen on named pipes, which have a space of names of their own. The user's own
-// application data is closed to other users by the system, and so are pipes for writing.
+// Entries are empty files; the endpoints listen on named pipes, which have a space of names of their own. The user's
+// own application data is closed to other users by the system, and so are pipes for writing.
 #include "bus_folder.h"
 
 #include <fstream>
@@ -7,6 +7,12 @@
 #include <stdlib.h>
 
 namespace standins {
+
+namespace {
+
+constexpr int makeAttempts = 100;
+
+}
 
 std::filesystem::path BusFolder::openParent() {
     const wchar_t* local = _wgetenv(L"LOCALAPPDATA");
@@ -19,19 +25,32 @@ std::filesystem::path BusFolder::openParent() {
 
 void BusFolder::makePrivateFolder(const std::filesystem::path& path) {
     std::error_code failure;
-    std::filesystem::create_directory(path, failure);
-    if (!std::filesystem::is_directory(path))
-        throw std::runtime_error("cannot make the bus folder " + path.u8string() + ": " + failure.message());
+    // Whoever leaves a bus last removes its folder, be it between these two calls.
+    for (int attempt = 0; attempt < makeAttempts; ++attempt) {
+        std::filesystem::create_directory(path, failure);
+        std::error_code ignored;
+        if (std::filesystem::is_directory(path, ignored))
+            return;
+    }
+    throw std::runtime_error("cannot make the bus folder " + path.u8string() + ": " + failure.message());
 }
 
-std::string BusFolder::address(const std::string& id) const { return "\\\\.\\pipe\\brivon-bus-" + id; }
+std::string BusFolder::address(const std::string& id) const {
+    return "\\\\.\\pipe\\brivon-bus-" + id;
+}
 
 // Nobody looks for a pipe whose id is in no folder.
-std::string BusFolder::unpublishedAddress(const std::string& id) const { return address(id); }
+std::string BusFolder::unpublishedAddress(const std::string& id) const {
+    return address(id);
+}
 
 void BusFolder::publish(const std::string& id) const {
-    if (!std::ofstream(path_ / id))
-        throw std::runtime_error("cannot publish an endpoint in " + path_.u8string());
+    for (int attempt = 0; attempt < makeAttempts; ++attempt) {
+        makePrivateFolder(path_);
+        if (std::ofstream(path_ / id))
+            return;
+    }
+    throw std::runtime_error("cannot publish an endpoint in " + path_.u8string());
 }
 
 } // namespace standins

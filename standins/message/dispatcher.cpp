@@ -84,9 +84,9 @@ BrivonMessageErrorCode Dispatcher::setConfig(const char* first, const char* seco
     if (script_.isOn())
         status = toStatus(scripted("SetConfig", {first, second}));
     const std::lock_guard lock(mutex_);
-    if (bus_ != nullptr && (config_.appId != first || config_.appVersion != second))
-        complain("already on the bus as {" + config_.appId + "," + config_.appVersion + "}; {" + first + "," + second +
-                 "} does not take effect before all adapters of this process are gone");
+    if (bus_ != nullptr && (bus_->self().appId != first || bus_->self().appVersion != second))
+        complain("already on the bus as {" + bus_->self().appId + "," + bus_->self().appVersion + "}; {" + first + "," +
+                 second + "} does not take effect before all adapters of this process are gone");
     config_.appId = first;
     config_.appVersion = second;
     return status;
@@ -102,11 +102,16 @@ BrivonMessageErrorCode Dispatcher::join(IBrivonMessageDispatcher** dispatcher) {
     }
     const std::lock_guard joining(joining_);
     if (instances_ == 0) {
+        EndPointFields config;
+        {
+            const std::lock_guard lock(mutex_);
+            config = config_;
+        }
         try {
             thread_ = std::make_unique<LoopThread>();
             if (!script_.isOn()) {
-                auto bus = std::make_unique<Bus>(*thread_, static_cast<Bus::Events&>(*this), config_.appId,
-                                                 config_.appVersion);
+                auto bus =
+                    std::make_unique<Bus>(*thread_, static_cast<Bus::Events&>(*this), config.appId, config.appVersion);
                 {
                     const std::lock_guard lock(mutex_);
                     bus_ = std::move(bus);
@@ -297,22 +302,24 @@ void Dispatcher::ReleaseEndPoints(EndPoint* endPoints) {
 void Dispatcher::awaitIdle(std::unique_lock<std::mutex>& lock, const void* target) {
     if (thread_ != nullptr && thread_->isCurrent())
         return;
-    idle_.wait(lock, [this, target] { return running_ != target; });
+    idle_.wait(lock, [this, target] { return !contains(running_, target); });
 }
 
 template <typename IsRegistered, typename Call>
 void Dispatcher::callOut(const void* target, IsRegistered isRegistered, Call call) {
-    const void* outer = nullptr; // a program that asks for a scripted refresh while it is called is called again
     {
         const std::lock_guard lock(mutex_);
         if (!isRegistered())
             return;
-        outer = running_;
-        running_ = target;
+        running_.push_back(target);
     }
-    call();
+    try {
+        call();
+    } catch (const std::exception&) {
+        // Programs throw nothing into the library: this is what the script has thrown into the program, come back.
+    }
     const std::lock_guard lock(mutex_);
-    running_ = outer;
+    running_.pop_back();
     idle_.notify_all();
 }
 

@@ -96,7 +96,9 @@ private:
     std::vector<Listener*> messageListeners_;
     std::vector<Listener*> errorListeners_;
     std::vector<Registration> callbacks_;
-    const void* running_ = nullptr; // the listener or context that the library thread is calling
+    // The listeners and contexts that the library thread is calling: a program that asks for a scripted refresh while
+    // it is called is called again.
+    std::vector<const void*> running_;
     std::condition_variable idle_;
     std::vector<const void*> labels_;
     std::optional<EndPointFields> scriptedSelf_;

@@ -7,7 +7,7 @@ const fs = require('node:fs');
 const path = require('node:path');
 const { test } = require('node:test');
 
-const { buildDirectory, endedAbnormally, lineOf, runScript, temporaryFile } = require('../support/support');
+const { buildDirectory, endedAbnormally, failedAssertion, runScript, temporaryFile } = require('../support/support');
 
 const preamble = `
     const { messaging, control } = require(root + '/lib/standins');
@@ -31,13 +31,9 @@ for (const [name, script] of Object.entries({ ...fatal, ...noController })) {
     test(`${name}: an assertion with its expression, file and line ends the process`, async () => {
         const ended = await runScript(`${preamble}${script}`);
         assert.ok(endedAbnormally(ended), JSON.stringify(ended));
-        const [file, expression] =
-            name in fatal
-                ? [/src[/\\]brivonadapter\.cpp/, /\bbrivon_\W/]
-                : [/src[/\\]brivoncontroladapter\.cpp/, /\W_brivon\W/];
-        assert.match(ended.stderr, file);
-        assert.match(ended.stderr, expression);
-        assert.ok(!ended.stderr.includes(process.cwd()), ended.stderr);
+        const [expression, file] =
+            name in fatal ? ['brivon_', 'src/brivonadapter.cpp'] : ['_brivon', 'src/brivoncontroladapter.cpp'];
+        assert.deepEqual(failedAssertion(ended), { file, expression, source: `assert(${expression});` });
     });
 }
 
@@ -53,36 +49,62 @@ test('an exception of the library during a send is not made a JavaScript error',
 
 // A preloaded library notes the sleeps instead of sleeping.
 const spy = path.join(buildDirectory, 'test', 'libsleep-spy.so');
-const waits = [
-    { answers: [4, 4, 0], sleeps: 2, calls: 3, ends: 'normally' },
-    { answers: [4, 5], sleeps: 1, calls: 2, ends: 'abnormally' },
-    { answers: Array(100).fill(4), sleeps: 100, calls: 100, ends: 'abnormally' },
-];
-for (const { answers, sleeps, calls, ends } of waits) {
-    test(
-        `GetInstance answering ${answers.slice(0, 3)}… (${answers.length}) costs ${sleeps} waits of 6000 ms`,
-        {
-            skip:
-                process.platform === 'win32' &&
-                'sleeps are noted by a preloaded library, which this platform does not have',
-        },
-        async () => {
+const times = (count, ms) => `${ms}\n`.repeat(count);
+const repeat = (operation, count, answer) => `messaging.answer('${operation}', ${answer}, ${count});`;
+const waits = {
+    'the second that answers': { script: repeat('GetInstance', 2, 4), sleeps: times(2, 6000) },
+    'one that refuses in the end': {
+        script: repeat('GetInstance', 1, 4) + repeat('GetInstance', 1, 5),
+        sleeps: times(1, 6000),
+        isFatal: true,
+    },
+    'one that never comes': { script: repeat('GetInstance', 1000, 4), sleeps: times(100, 6000), isFatal: true },
+    'one that does not become ready': { script: repeat('IsReady', 'Infinity', false), sleeps: times(20, 50) },
+    'a refresh that does not end': {
+        script: repeat('RefreshEndPoints', 1, false) + repeat('IsRefreshing', 'Infinity', true),
+        sleeps: times(20, 50),
+    },
+};
+test(
+    'a dispatcher is waited for as promised',
+    {
+        skip:
+            process.platform === 'win32' &&
+            'sleeps are noted by a preloaded library, which this platform does not have',
+    },
+    async () => {
+        for (const [what, { script, sleeps, isFatal }] of Object.entries(waits)) {
             const log = temporaryFile();
-            const ended = await runScript(
-                `${preamble}
-            for (const status of ${JSON.stringify(answers)}) messaging.answer('GetInstance', status);
-            new BrivonAdapter('app', '1');
-            const count = messaging.takeCalls().filter(({ operation }) => operation === 'GetInstance').length;
-            process.exit(count === ${calls} ? 0 : 1);`,
-                { env: { LD_PRELOAD: [process.env.LD_PRELOAD, spy].filter(Boolean).join(':'), SLEEP_SPY: log } },
-            );
-            assert.equal(fs.readFileSync(log, 'utf8'), '6000\n'.repeat(sleeps));
+            const ended = await runScript(`${preamble}${script} new BrivonAdapter('app', '1'); process.exit(0);`, {
+                env: { LD_PRELOAD: [process.env.LD_PRELOAD, spy].filter(Boolean).join(':'), SLEEP_SPY: log },
+            });
+            assert.equal(fs.readFileSync(log, 'utf8'), sleeps, what);
             fs.unlinkSync(log);
-            if (ends === 'normally') assert.equal(ended.code, 0, ended.stderr);
-            else assert.ok(endedAbnormally(ended) && /\bbrivon_\b/.test(ended.stderr), ended.stderr);
-        },
-    );
-}
+            if (isFatal) assert.equal(failedAssertion(ended).expression, 'brivon_', ended.stderr);
+            else assert.deepEqual([ended.code, ended.stderr], [0, ''], what);
+        }
+    },
+);
+
+test('a listener that throws is dropped with a warning, or ends the process where the runtime is told so', async () => {
+    const script = `${preamble}
+        const adapter = new BrivonAdapter('app', '1');
+        let count = 0;
+        adapter.addMessageListener(() => {
+            if (++count === 2) process.exit(0);
+            throw new Error('thrown by the listener');
+        });
+        const message = { type: 'brivon.SuiteMessage.t', source: { id: '1', appId: 'a' } };
+        messaging.deliver(message);
+        messaging.deliver(message);
+    `;
+    const dropped = await runScript(script);
+    assert.equal(dropped.code, 0, dropped.stderr);
+    assert.match(dropped.stderr, /Warning: Uncaught N-API callback exception/);
+    const fatal = await runScript(script, { execArgv: ['--force-node-api-uncaught-exceptions-policy=true'] });
+    assert.equal(fatal.code, 1);
+    assert.match(fatal.stderr, /Error: thrown by the listener/);
+});
 
 test('one wait is really spent', async () => {
     const ended = await runScript(`${preamble}

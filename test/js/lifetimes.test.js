@@ -96,6 +96,30 @@ for (const [point, script] of Object.entries(points)) {
     });
 }
 
+test('workers that come and go at once, in every way, leave the main thread on the bus', async () => {
+    const terminate = `setInterval(() => {}, 1000); require('node:worker_threads').parentPort.postMessage('terminate me');`;
+    const bodies = Object.values(points).flatMap((script) =>
+        [later('process.exit(7)'), terminate].map((action) => load + script + action),
+    );
+    const ended = await runScript(
+        `const { Worker } = require('node:worker_threads');
+        const run = (body) => new Promise((resolve) => {
+            const worker = new Worker(body, { eval: true });
+            worker.on('message', () => worker.terminate());
+            worker.on('exit', resolve);
+        });
+        ${load}${points['messages stream in']}
+        (async () => {
+            for (let round = 0; round < 2; ++round) await Promise.all(${JSON.stringify(bodies)}.map(run));
+            // Every worker has silenced it.
+            keep.addMessageListener(() => process.exit(0));
+            send();
+        })();`,
+        { env: { BRIVON_BUS: newBus() } },
+    );
+    assert.deepEqual({ code: ended.code, signal: ended.signal }, { code: 0, signal: null }, ended.stderr);
+});
+
 test('a listener keeps its process alive, and a removed one too', async () => {
     for (const remove of ['', 'keep.removeAllListeners();']) {
         const ended = await runScript(

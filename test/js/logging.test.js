@@ -39,6 +39,11 @@ const scenarios = {
             messaging.deliver(from('b', '2'));
             messaging.answer('IsReady', { throws: 'x' });
             new BrivonAdapter('app', '2');
+            messaging.answer('IsReady', false, 22);
+            new BrivonAdapter('not ready', '3');
+            messaging.answer('RefreshEndPoints', false);
+            messaging.answer('IsRefreshing', true, 22);
+            new BrivonAdapter('not refreshed', '4');
         `,
         log: [
             line('Receive', 'EXCEPTION in BrivonAdapter::Receive'),
@@ -49,9 +54,11 @@ const scenarios = {
     },
     'a verbose adapter logs rebuilds, hits, insertions and switches of mode': {
         script: `
-            adapter.setVerboseLogging(false);
+            if (adapter.setVerboseLogging(false) !== null) process.exit(1);
             messaging.answer('RefreshEndPoints', false, Infinity);
-            list('1', '2');
+            const endpoints = [{ appId: 'a', id: '1' }, { appId: 'z', id: '2' }];
+            messaging.setEndpoints(endpoints);
+            messaging.setEndpoints(endpoints.reverse());
             list('1');
             messaging.deliver(from('a', '1'));
             messaging.deliver(from('b', '2'));
@@ -61,8 +68,11 @@ const scenarios = {
         log: [
             rebuilt('about to drop cache '),
             rebuilt('inserted appId = a for sourceId = 1'),
-            rebuilt('inserted appId = a for sourceId = 2'),
+            rebuilt('inserted appId = z for sourceId = 2'),
             switched('switching to point to point'),
+            rebuilt('about to drop cache '),
+            rebuilt('inserted appId = z for sourceId = 2'),
+            rebuilt('inserted appId = a for sourceId = 1'),
             rebuilt('about to drop cache '),
             rebuilt('inserted appId = a for sourceId = 1'),
             insert('cache hit -- returning early'),

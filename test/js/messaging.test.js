@@ -176,11 +176,12 @@ test('getEndpoints and getSelfEndpoint answer from the dispatcher, the snapshot 
 });
 
 test('sends choose their destinations from the call and the cache', () => {
-    const [x1, x2, y, none] = [
+    const [x1, x2, y, none1, none2] = [
         endpoint('X', '1', '1.0'),
         endpoint('X', '2', '2.0'),
         endpoint('Y', '3', '1.0'),
         endpoint('', '4', '1.0'),
+        endpoint('', '5', '2.0'),
     ];
     const cases = [
         { appId: 'X', args: [], to: [x1, x2] },
@@ -193,13 +194,13 @@ test('sends choose their destinations from the call and the cache', () => {
         { appId: 'X', args: ['X', '1.0', 'anyone'], to: [endpoint('X', 'anyone', '1.0')] },
         { appId: 'X', args: ['Z', '7', '8'], to: [endpoint('Z', '8', '7')] },
         { appId: 'X', args: ['', '', '', 'sixth'], to: [x1, x2] },
-        { args: [], to: [none] },
-        { args: ['', '9.9'], to: [none] },
+        { args: [], to: [none1, none2] },
+        { args: ['', '1.0'], to: [none1, none2] },
         { appId: 'absent', args: [], to: [] },
     ];
     for (const { appId, args, to } of cases) {
         const adapter = construct('app', '1', ...(appId === undefined ? [] : [appId]));
-        messaging.setEndpoints([y, x1, none, x2]);
+        messaging.setEndpoints([y, none1, x1, none2, x2]);
         assert.equal(adapter.sendMessage('type', 'grüße 你好', ...args), 'Sent');
         assert.deepEqual(sends(), [
             {
@@ -213,7 +214,7 @@ test('sends choose their destinations from the call and the cache', () => {
     const adapter = construct();
     adapter.sendMessage('', 'cut\0here');
     assert.deepEqual(sends(), [
-        { type: SUITE_TYPE_PREFIX, payload: 'cut', source: endpoint('app', 'self'), destinations: [none] },
+        { type: SUITE_TYPE_PREFIX, payload: 'cut', source: endpoint('app', 'self'), destinations: [none1, none2] },
     ]);
 });
 
@@ -298,8 +299,10 @@ test('deliveries without a listener are dropped', async () => {
     messaging.deliver({ type: ERROR_TYPE, error: 'e', fault: 'f', listeners: 'message' });
 
     // Silenced by the other adapter, while the library goes on delivering to this one.
+    one.addErrorListener(errors.callback);
     two.removeAllListeners();
     messaging.deliver(message(source, { payload: 'dropped' }));
+    messaging.deliver({ type: ERROR_TYPE, error: 'dropped', fault: '' });
     one.removeAllListeners();
     messaging.deliver(message(source, { payload: 'unregistered' }));
 
@@ -346,7 +349,7 @@ test('only an unreachable destination, or a stale list, makes a delivery refresh
     }
     assert.equal((await messages.atLeast(8)).length, 8);
 
-    // Without a refresh in between, a hit clears what a miss or a refused send has set.
+    // Whether the refresh ends or not, asking for it is enough to clear the flag.
     messaging.answer('RefreshEndPoints', false, Infinity);
     messaging.answer('Send', 1);
     adapter.sendMessage('t', 'p');
@@ -358,6 +361,18 @@ test('only an unreachable destination, or a stale list, makes a delivery refresh
     assert.deepEqual(
         operations().filter((name) => name !== 'GetEndPoints'),
         ['Send', 'RefreshEndPoints', 'RefreshEndPoints', 'Send'],
+    );
+});
+
+test('no queue between the library and a listener is limited', async () => {
+    const adapter = construct();
+    const messages = new CallLog();
+    adapter.addMessageListener(messages.callback);
+    const payloads = Array.from({ length: 3000 }, (_, i) => String(i));
+    for (const payload of payloads) messaging.deliver(message(endpoint('a', '1'), { payload }));
+    assert.deepEqual(
+        (await messages.atLeast(payloads.length)).map(([, payload]) => payload),
+        payloads,
     );
 });
 
@@ -388,8 +403,9 @@ test('the cache takes 200 single endpoints, and a rebuild of any size', () => {
 
 test('a collected adapter unregisters, releases once, and silences the others', async () => {
     const survivor = construct();
-    const messages = new CallLog();
+    const [messages, errors] = [new CallLog(), new CallLog()];
     survivor.addMessageListener(messages.callback);
+    survivor.addErrorListener(errors.callback);
     const label = messaging.takeCalls()[0].arguments[0];
     const seen = [];
     const released = (count) => () => {
@@ -406,10 +422,17 @@ test('a collected adapter unregisters, releases once, and silences the others', 
     assert.notEqual(seen[0].arguments[0], label);
 
     messaging.deliver(message(endpoint('a', '1'), { payload: 'dropped' }));
+    messaging.deliver({ type: ERROR_TYPE, error: 'dropped', fault: '' });
     survivor.addMessageListener(messages.callback);
+    survivor.addErrorListener(errors.callback);
+    messaging.deliver({ type: ERROR_TYPE, error: 'heard', fault: '' });
     messaging.deliver(message(endpoint('a', '1'), { payload: 'heard' }));
     assert.deepEqual(
         (await messages.atLeast(1)).map(([, payload]) => payload),
+        ['heard'],
+    );
+    assert.deepEqual(
+        (await errors.atLeast(1)).map(([, error]) => error),
         ['heard'],
     );
 });
@@ -418,10 +441,20 @@ test('a library that throws while it delivers or is asked does not end the proce
     const adapter = construct();
     const messages = new CallLog();
     adapter.addMessageListener(messages.callback);
+    messaging.answer('Send', 1);
+    adapter.sendMessage('t', 'p');
     messaging.answer('RefreshEndPoints', { throws: 'in the middle' });
-    messaging.deliver({ type: 'DestinationUnreachable' });
+    messaging.deliver(message(endpoint('a', '1'), { payload: 'lost' }));
+    operations();
     messaging.deliver(message(endpoint('a', '1')));
-    assert.equal((await messages.atLeast(1)).length, 1);
+    assert.deepEqual(operations(), [], 'the list counts as fresh once the refresh was asked for');
+    messaging.answer('GetEndPoints', { throws: 'in a rebuild' }, adapters.length);
+    messaging.setEndpoints([]);
+    messaging.deliver(message(endpoint('a', '1'), { payload: 'last' }));
+    assert.deepEqual(
+        (await messages.atLeast(2)).map(([, payload]) => payload),
+        ['p', 'last'],
+    );
 });
 
 test('the script refuses what it cannot do', () => {

@@ -50,7 +50,10 @@ function lineOf(file, text) {
 }
 
 // The folder in which the endpoints of a bus meet.
-const busFolder = (bus) => path.join('/tmp', `brivon-${process.geteuid()}`, bus);
+const busFolder = (bus) =>
+    process.platform === 'win32'
+        ? path.join(process.env.LOCALAPPDATA, 'brivon-bus', bus)
+        : path.join('/tmp', `brivon-${process.geteuid()}`, bus);
 
 const buses = [];
 process.on('exit', () => buses.forEach((bus) => fs.rmSync(busFolder(bus), { recursive: true, force: true })));
@@ -83,7 +86,8 @@ class Child {
             const [stdout, stderr] = [this.files.stdout, this.files.stderr].map((name) => {
                 const text = fs.readFileSync(name, 'utf8');
                 fs.unlinkSync(name);
-                return text;
+                // Some runtimes for Windows report assertions in UTF-16 when standard error is a file.
+                return process.platform === 'win32' ? text.replaceAll('\0', '') : text;
             });
             return { code, signal, stdout, stderr };
         });
@@ -154,6 +158,17 @@ async function runScript(body, options) {
     }
 }
 
+// The assertion that a process reports on standard error: its expression and the text of its source line.
+function failedAssertion({ stderr }) {
+    const report =
+        stderr.match(/^node: (?<file>[^:]+):(?<line>\d+): .*: Assertion `(?<expression>.*)' failed\.$/m) ??
+        stderr.match(/^Assertion failed: (?<expression>.*), file (?<file>.*), line (?<line>\d+)/m);
+    if (report === null) return stderr;
+    const { file, line, expression } = report.groups;
+    const source = fs.readFileSync(path.join(root, file), 'utf8').split('\n')[line - 1];
+    return { file, expression, source: source.trim() };
+}
+
 // How a process ends that fails an assertion.
 function endedAbnormally({ code, signal }) {
     return signal === 'SIGABRT' || (process.platform === 'win32' && code !== 0);
@@ -166,6 +181,7 @@ module.exports = {
     collectUntil,
     endedAbnormally,
     Endpoint,
+    failedAssertion,
     lineOf,
     newBus,
     root,

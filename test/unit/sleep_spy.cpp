@@ -1,12 +1,12 @@
-// Preloaded into a process to see which long sleeps it asks for, without spending them: each is written to the file
-// that SLEEP_SPY names, in milliseconds, one a line.
+// Preloaded into a process to see which sleeps it asks for, without spending them: each of 50 ms or more is written to
+// the file that SLEEP_SPY names, in milliseconds, one a line.
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
 
 extern "C" __attribute__((visibility("default"))) int nanosleep(const timespec* wanted, timespec*) {
     const long milliseconds = wanted->tv_sec * 1000 + wanted->tv_nsec / 1'000'000;
-    if (milliseconds < 1000)
+    if (milliseconds < 50)
         return clock_nanosleep(CLOCK_MONOTONIC, 0, wanted, nullptr);
     const char* path = std::getenv("SLEEP_SPY");
     std::FILE* file = path == nullptr ? nullptr : std::fopen(path, "a");
