@@ -17,7 +17,7 @@ constexpr int makeAttempts = 100;
 }
 
 std::filesystem::path BusFolder::openParent() {
-    const std::filesystem::path parent = "/tmp/brivon-" + std::to_string(geteuid());
+    std::filesystem::path parent = "/tmp/brivon-" + std::to_string(geteuid());
     makePrivateFolder(parent);
     return parent;
 }
