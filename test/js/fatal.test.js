@@ -100,7 +100,7 @@ test('a listener that throws is dropped with a warning, or ends the process wher
     `;
     const dropped = await runScript(script);
     assert.equal(dropped.code, 0, dropped.stderr);
-    assert.match(dropped.stderr, /Warning: Uncaught N-API callback exception/);
+    assert.match(dropped.stderr, /DEP0168/);
     const fatal = await runScript(script, { execArgv: ['--force-node-api-uncaught-exceptions-policy=true'] });
     assert.equal(fatal.code, 1);
     assert.match(fatal.stderr, /Error: thrown by the listener/);

@@ -178,6 +178,7 @@ module.exports = {
     buildDirectory,
     busFolder,
     CallLog,
+    Child,
     collectUntil,
     endedAbnormally,
     Endpoint,

@@ -1,0 +1,3 @@
+import * as standins from './standins.js';
+export * from './standins.js';
+export default standins;

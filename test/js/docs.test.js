@@ -1,0 +1,87 @@
+'use strict';
+
+// The documentation: its programs run, its links lead somewhere, its diagrams are diagrams.
+
+const assert = require('node:assert/strict');
+const fs = require('node:fs');
+const path = require('node:path');
+const { after, test } = require('node:test');
+const { pathToFileURL } = require('node:url');
+
+const { newBus, root, runScript } = require('../support/support');
+
+// A program that listens does not end by itself: it is given this time. One that ends itself must have done so by then.
+const LISTENING_MS = 1000;
+const ENDING_MS = 30_000;
+
+const documents = ['README.md', ...fs.readdirSync(path.join(root, 'docs')).map((name) => path.join('docs', name))]
+    .filter((name) => name.endsWith('.md'))
+    .map((name) => ({ name, text: fs.readFileSync(path.join(root, name), 'utf8').replaceAll('\r\n', '\n') }));
+
+// Every fenced block: { where, language, body }.
+const blocks = documents.flatMap(({ name, text }) =>
+    [...text.matchAll(/^```(\w*)[^\n]*\n(.*?)^```$/gms)].map(({ 1: language, 2: body, index }) => ({
+        where: `${name}:${text.slice(0, index).split('\n').length}`,
+        language,
+        body,
+    })),
+);
+const programs = blocks.filter(({ language }) => ['js', 'mjs'].includes(language));
+
+// Only files inside the package find it by its name.
+fs.mkdirSync(path.join(root, 'build'), { recursive: true });
+const folder = fs.mkdtempSync(path.join(root, 'build', 'docs-'));
+after(() => fs.rmSync(folder, { recursive: true, force: true }));
+
+const importing = (file) => `import(${JSON.stringify(pathToFileURL(file).href)})`;
+
+async function assertRuns(script, options) {
+    // The child is no part of this test run.
+    const env = { BRIVON_BUS: newBus(), NODE_TEST_CONTEXT: undefined };
+    const { code, signal, stdout, stderr } = await runScript(script, { env, ...options });
+    assert.deepEqual({ code, signal, stderr }, { code: 0, signal: null, stderr: '' }, stdout + stderr);
+}
+
+test('there are programs in the README and in the documents of both interfaces', () => {
+    for (const name of ['README.md', path.join('docs', 'api.md'), path.join('docs', 'standins.md')])
+        assert.ok(
+            programs.some(({ where }) => where.startsWith(`${name}:`)),
+            name,
+        );
+});
+
+test('every program runs', { concurrency: 4 }, async (t) => {
+    await Promise.all(
+        programs.map(({ where, language, body }, index) =>
+            t.test(where, () => {
+                const file = path.join(folder, `program-${index}.${language}`);
+                fs.writeFileSync(file, body);
+                const isEnding = body.includes('process.exit(');
+                return assertRuns(`${importing(file)}.then(() =>
+                    setTimeout(() => process.exit(${isEnding ? 9 : 0}), ${isEnding ? ENDING_MS : LISTENING_MS}).unref(),
+                );`);
+            }),
+        ),
+    );
+});
+
+test('the tests of the example application pass', () =>
+    assertRuns(importing(path.join(root, 'examples', 'application.test.js')), { execArgv: ['--test-force-exit'] }));
+
+test('relative links lead to files', () => {
+    for (const { name, text } of documents) {
+        const prose = text.replace(/^```.*?^```$/gms, '').replace(/`[^`]*`/g, '');
+        for (const [, target] of prose.matchAll(/\]\(([^)\s]+)\)/g)) {
+            if (/^[a-z]+:|^#/i.test(target)) continue;
+            const file = path.join(root, path.dirname(name), target.replace(/#.*/, ''));
+            assert.ok(fs.existsSync(file), `${name} links to ${target}`);
+        }
+    }
+});
+
+test('diagrams begin with what they are', () => {
+    const diagrams = blocks.filter(({ language }) => language === 'mermaid');
+    assert.notEqual(diagrams.length, 0);
+    for (const { where, body } of diagrams)
+        assert.match(body, /^(sequenceDiagram|flowchart (LR|TD)|classDiagram|stateDiagram-v2)\n/, where);
+});
