@@ -2,7 +2,6 @@
 #include "bus_folder.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <stdexcept>
 
 namespace standins {
@@ -11,19 +10,13 @@ namespace {
 
 constexpr std::size_t busNameLimit = 32; // keeps a socket's path within what systems allow
 
-std::string busName() {
-    const char* name = std::getenv("BRIVON_BUS");
-    if (name == nullptr || *name == '\0')
-        return "default";
-    std::string text = name;
-    const bool usable =
-        text.size() <= busNameLimit && text[0] != '.' && std::all_of(text.begin(), text.end(), [](char c) {
-            return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '_' ||
-                   c == '.';
-        });
-    if (!usable)
-        throw std::runtime_error("BRIVON_BUS must be 1 to 32 letters, digits, '-', '_' or '.', and not begin with '.'");
-    return text;
+constexpr char defaultBus[] = "default";
+
+bool isBusName(const std::string& text) {
+    return text.size() <= busNameLimit && text[0] != '.' && std::all_of(text.begin(), text.end(), [](char c) {
+               return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' ||
+                      c == '_' || c == '.';
+           });
 }
 
 } // namespace
@@ -37,7 +30,12 @@ BusFolder::BusFolder(std::filesystem::path path)
     : path_(std::move(path)) {}
 
 BusFolder BusFolder::open() {
-    const std::filesystem::path bus = openParent() / busName();
+    std::string name = environment("BRIVON_BUS");
+    if (name.empty())
+        name = defaultBus;
+    if (!isBusName(name))
+        throw std::runtime_error("BRIVON_BUS must be 1 to 32 letters, digits, '-', '_' or '.', and not begin with '.'");
+    const std::filesystem::path bus = openParent() / name;
     makePrivateFolder(bus);
     return BusFolder(bus);
 }

@@ -28,6 +28,8 @@ public:
 private:
     explicit BusFolder(std::filesystem::path path);
 
+    // An environment variable as the process has it now; empty where it is not set.
+    static std::string environment(const char* name);
     // The folder of the current user's buses, made where it is missing, and closed to others.
     static std::filesystem::path openParent();
     static void makePrivateFolder(const std::filesystem::path& path);

@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 #include <sys/stat.h>
@@ -14,6 +15,11 @@ namespace {
 
 constexpr int makeAttempts = 100;
 
+}
+
+std::string BusFolder::environment(const char* name) {
+    const char* value = std::getenv(name);
+    return value == nullptr ? "" : value;
 }
 
 std::filesystem::path BusFolder::openParent() {

@@ -2,9 +2,12 @@
 // own application data is closed to other users by the system, and so are pipes for writing.
 #include "bus_folder.h"
 
+#include <windows.h>
+
+#include <cstring>
 #include <fstream>
+#include <iterator>
 #include <stdexcept>
-#include <stdlib.h>
 
 namespace standins {
 
@@ -14,11 +17,19 @@ constexpr int makeAttempts = 100;
 
 }
 
+// Asked of the system: the runtime library's copy of the environment is older than what the program has set since.
+std::string BusFolder::environment(const char* name) {
+    const std::wstring wideName(name, name + std::strlen(name));
+    wchar_t value[32768]; // the system's own limit
+    const DWORD length = GetEnvironmentVariableW(wideName.c_str(), value, static_cast<DWORD>(std::size(value)));
+    return std::filesystem::path(value, value + length).u8string();
+}
+
 std::filesystem::path BusFolder::openParent() {
-    const wchar_t* local = _wgetenv(L"LOCALAPPDATA");
-    if (local == nullptr || *local == L'\0')
+    const std::string local = environment("LOCALAPPDATA");
+    if (local.empty())
         throw std::runtime_error("cannot make a bus folder: LOCALAPPDATA is not set");
-    const std::filesystem::path parent = std::filesystem::path(local) / "brivon-bus";
+    const std::filesystem::path parent = std::filesystem::u8path(local) / "brivon-bus";
     makePrivateFolder(parent);
     return parent;
 }

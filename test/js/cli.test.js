@@ -99,7 +99,7 @@ test('endpoints prints the others as JSON lines and ends', async () => {
 test('endpoints --follow prints who is there, who joins and who leaves', async () => {
     const bus = newBus();
     const a = await join(bus, 'A', '1');
-    const follower = start(['endpoints', '--follow', '--bus', bus, '--app-id', 'me', '--app-version', '7']);
+    const follower = start(['endpoints', '-f', '--app-id', 'me', '--app-version', '7'], { BRIVON_BUS: bus });
     await written(follower, 'stdout', 1);
     await sees(a, '/^{me,7,[0-9a-f]{32}}$/');
     const b = await join(bus, 'B', '2');
@@ -110,6 +110,13 @@ test('endpoints --follow prints who is there, who joins and who leaves', async (
         { event: 'joined', appId: 'B', appVersion: '2', id: b.id },
         { event: 'left', appId: 'B', appVersion: '2', id: b.id },
     ]);
+});
+
+test('--bus goes before BRIVON_BUS', async () => {
+    const bus = newBus();
+    const a = await join(bus, 'A', '1');
+    const { stdout } = await start(['endpoints', '--bus', bus], { BRIVON_BUS: newBus() }).exited;
+    assert.deepEqual(JSON.parse(stdout), { appId: 'A', appVersion: '1', id: a.id });
 });
 
 test('monitor prints what reaches it, whole', async () => {
