@@ -5,6 +5,7 @@
 
 #include <napi.h>
 
+#include <cstdint>
 #include <string>
 
 // Texts of the TypeErrors that argument checks raise.
@@ -17,6 +18,11 @@ Napi::Value refuse(Napi::Env env, const char* message);
 // The whole string as UTF-8, NUL characters included. A value that is not a string raises a plain Error (not a
 // TypeError) with the runtime's message.
 std::string toUtf8(const Napi::Value& value);
+
+// Sets an element of an array. Given a Napi::String as such, Array::Set would copy its text out and make it anew.
+inline void setElement(Napi::Array& array, std::uint32_t index, const Napi::Value& value) {
+    array.Set(index, value);
+}
 
 // Keeps a class's constructor function alive until its environment ends, replacing the one that an earlier
 // initialisation left in the slot. A reference of another environment belongs to another thread and is left to it.

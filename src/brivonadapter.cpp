@@ -55,7 +55,7 @@ Napi::Array toTextArray(Napi::Env env, const Range& range, ToEndPoint toEndPoint
     Napi::Array array = Napi::Array::New(env, range.size());
     std::uint32_t index = 0;
     for (const auto& element : range)
-        array.Set(index++, Napi::String::New(env, endPointToString(toEndPoint(element))));
+        setElement(array, index++, Napi::String::New(env, endPointToString(toEndPoint(element))));
     return array;
 }
 

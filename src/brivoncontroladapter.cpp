@@ -117,7 +117,7 @@ Napi::Value BrivonControlAdapter::getSpecifiers(const Napi::CallbackInfo& info) 
     _brivon->GetSpecifiers(&list, &count);
     Napi::Array specifiers = Napi::Array::New(env, count);
     for (std::size_t i = 0; i < count; ++i)
-        specifiers.Set(static_cast<std::uint32_t>(i), Napi::String::New(env, list[i]));
+        setElement(specifiers, static_cast<std::uint32_t>(i), Napi::String::New(env, list[i]));
     _brivon->ReleaseSpecifiers(list, count);
     return specifiers;
 }
