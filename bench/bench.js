@@ -1,0 +1,270 @@
+'use strict';
+
+// The benchmark: node bench/bench.js [--build <folder>] [--rounds <n>] [part of a name...]
+
+const { execFileSync, spawnSync } = require('node:child_process');
+const fs = require('node:fs');
+const path = require('node:path');
+const { parseArgs } = require('node:util');
+
+const { inTurns, now, summarise } = require('./measure');
+
+const root = path.join(__dirname, '..');
+const { values: options, positionals: wanted } = parseArgs({
+    options: {
+        build: { type: 'string', default: path.join(root, 'build', `${process.platform}-${process.arch}`) },
+        rounds: { type: 'string', default: '21' },
+    },
+    allowPositionals: true,
+});
+const build = path.resolve(options.build);
+const folder = path.join(build, 'bench');
+const rounds = Number(options.rounds);
+const isWanted = (name) => wanted.length === 0 || wanted.some((part) => name.includes(part));
+
+const native = require(path.join(folder, 'BrivonJS.node'));
+const floor = require(path.join(folder, 'floor.node'));
+
+const atMost = (limit) => ({ text: `<= ${limit.toFixed(2)}`, isMet: (ratio) => ratio <= limit });
+const atLeast = (limit) => ({ text: `>= ${limit.toFixed(2)}`, isMet: (ratio) => ratio >= limit });
+const noGoal = { text: '', isMet: () => true };
+
+// ---- The table
+
+const rows = [];
+
+function percent(share) {
+    return `${Math.round(share * 100)} %`;
+}
+
+function addRow(name, ratio, goal, first, second, unit = 'ns') {
+    const show = (result) => (result === undefined ? '' : `${result.median.toFixed(unit === 'ns' ? 0 : 1)} ${unit}`);
+    rows.push([
+        name,
+        ratio === undefined ? '' : ratio.toFixed(2),
+        goal.text,
+        goal.isMet(ratio) ? '' : 'MISSED',
+        show(first),
+        show(second),
+        [first, second].map((result) => (result === undefined ? '-' : percent(result.spread))).join(' / '),
+    ]);
+}
+
+function printTable() {
+    const table = [['what', 'ratio', 'goal', '', 'module', 'against', 'spread'], ...rows];
+    const widths = table[0].map((_, column) => Math.max(...table.map((row) => row[column].length)));
+    for (const row of table) {
+        console.log(
+            row
+                .map((cell, column) => (column === 0 ? cell.padEnd(widths[column]) : cell.padStart(widths[column])))
+                .join('  '),
+        );
+    }
+}
+
+// ---- Both sides
+
+// Kept for good: the collection of one adapter silences the listeners of all.
+const adapters = [];
+
+function newAdapters(endpoints) {
+    const pair = [
+        new native.BrivonAdapter('bench', String(endpoints), 'calendar'),
+        new floor.Adapter('bench', String(endpoints), 'calendar'),
+    ];
+    adapters.push(...pair);
+    return pair;
+}
+
+function newControlAdapters(applications) {
+    native._setLibraryPath(String(applications));
+    return [new native.BrivonControlAdapter(), new floor.ControlAdapter(String(applications))];
+}
+
+// A loop around a call, compiled for each subject on its own, so that neither side's call site has seen the other.
+function loop(subject, call, payload) {
+    const source = `// ${subject.constructor.name}
+        return (count) => { for (let i = 0; i < count; ++i) subject.${call}; };`;
+    return new Function('subject', 'payload', source)(subject, payload);
+}
+
+async function compareCalls(name, subjects, call, payload, goal = atMost(1.1)) {
+    if (!isWanted(name)) return;
+    const results = await inTurns(
+        subjects.map((subject) => loop(subject, call, payload)),
+        { rounds },
+    );
+    addRow(name, results[0].median / results[1].median, goal, ...results);
+}
+
+const sizes = { '20 B': 20, '1 KiB': 1024, '64 KiB': 65536 };
+
+// ---- Calls
+
+async function compareSends() {
+    const subjects = newAdapters(1);
+    const calls = {
+        2: "sendMessage('ping', payload)",
+        5: "sendMessage('ping', payload, 'calendar', '3.0', 'endpoint-0')",
+    };
+    for (const [count, call] of Object.entries(calls)) {
+        for (const [size, bytes] of Object.entries(sizes))
+            await compareCalls(`sendMessage, ${count} arguments, ${size}`, subjects, call, 'x'.repeat(bytes));
+    }
+    for (const endpoints of [1, 10, 100, 1000])
+        await compareCalls(
+            `sendMessage, ${endpoints} cached`,
+            newAdapters(endpoints),
+            calls[2],
+            'x'.repeat(20),
+            noGoal,
+        );
+}
+
+async function compareQueries() {
+    const subjects = newControlAdapters(10);
+    await compareCalls('isAppInstalled', subjects, "isAppInstalled('calendar')");
+    await compareCalls('getAppPath', subjects, "getAppPath('calendar')");
+    await compareCalls('getSpecifiers, 10', subjects, 'getSpecifiers()');
+    await compareCalls('getSpecifiers, 1000', newControlAdapters(1000), 'getSpecifiers()');
+    for (const endpoints of [10, 200]) {
+        await compareCalls(
+            `getEndpointCacheSnapshot, ${endpoints}`,
+            newAdapters(endpoints),
+            'getEndpointCacheSnapshot()',
+        );
+    }
+}
+
+// ---- Incoming messages
+
+async function compareDeliveries() {
+    if (!isWanted('incoming')) return;
+    const subjects = newAdapters(1);
+    const runners = subjects.map((subject, listener) => {
+        let received = 0;
+        let expected = 0;
+        let done;
+        subject.addMessageListener((type, payload, appId, appVersion, sourceId) => {
+            if (sourceId.length > 0 && ++received === expected) done();
+        });
+        return (size) => (count) =>
+            new Promise((resolve) => {
+                received = 0;
+                expected = count;
+                done = resolve;
+                subjects[0].sendMessage(`flood:${count}:${size}:${listener}`, '');
+            });
+    });
+    for (const [size, bytes] of Object.entries(sizes)) {
+        // What waits for the listener stays below 64 MiB.
+        const results = await inTurns(
+            runners.map((runner) => runner(bytes)),
+            { rounds, milliseconds: 40, limit: Math.min(50000, Math.floor(2 ** 26 / bytes)) },
+        );
+        addRow(`incoming message, ${size} (rate)`, results[1].median / results[0].median, atLeast(0.95), ...results);
+    }
+}
+
+// ---- Launches
+
+async function compareLaunches() {
+    if (!isWanted('launchApp')) return;
+    const atOnce = 100;
+    const runners = newControlAdapters(10).map((subject) => async (count) => {
+        for (let launched = 0; launched < count; launched += atOnce) {
+            await new Promise((resolve) => {
+                let pending = Math.min(atOnce, count - launched);
+                const callback = () => --pending === 0 && resolve();
+                for (let i = pending; i > 0; --i) subject.launchApp('calendar', true, '--today', callback);
+            });
+        }
+    });
+    const results = await inTurns(runners, { rounds });
+    addRow('launchApp', results[0].median / results[1].median, atMost(1.1), ...results);
+}
+
+// ---- Beginnings, in processes of their own
+
+// An ended adapter silences every listener, so constructions have a process to themselves.
+function measureConstruction() {
+    if (!isWanted('construction')) return;
+    const script = `
+        const { summarise, now } = require(${JSON.stringify(path.join(__dirname, 'measure'))});
+        const native = require(${JSON.stringify(path.join(folder, 'BrivonJS.node'))});
+        const values = [];
+        for (let round = -3; round < ${rounds}; ++round) {
+            const start = now();
+            for (let i = 0; i < 2000; ++i) new native.BrivonAdapter('bench', '1', 'calendar');
+            if (round >= 0) values.push((now() - start) / 2000);
+        }
+        console.log(JSON.stringify(summarise(values)));`;
+    addRow('construction', undefined, noGoal, JSON.parse(execFileSync(process.execPath, ['-e', script])));
+}
+
+function compareLoading() {
+    if (!isWanted('require')) return;
+    const targets = [root, path.join(folder, 'nothing.node')];
+    const values = targets.map(() => []);
+    const env = { ...process.env, BRIVONJS_MODULE: path.join(build, 'BrivonJS.node') };
+    for (let round = 0; round < rounds; ++round) {
+        for (const [index, target] of targets.entries()) {
+            const script = `const start = process.hrtime.bigint();
+                require(${JSON.stringify(target)});
+                console.log(Number(process.hrtime.bigint() - start));`;
+            values[index].push(Number(execFileSync(process.execPath, ['-e', script], { env })) / 1000);
+        }
+    }
+    const results = values.map(summarise);
+    addRow('require', results[0].median / results[1].median, atMost(1.5), ...results, 'us');
+}
+
+// ---- Two processes
+
+function compareBus() {
+    if (!isWanted('bus')) return;
+    const peers = path.join(__dirname, 'node_modules', 'zeromq');
+    if (!fs.existsSync(peers)) {
+        const npm = process.platform === 'win32' ? 'npm.cmd' : 'npm';
+        spawnSync(npm, ['ci', '--ignore-scripts', '--no-audit', '--no-fund', '--prefix', __dirname], {
+            stdio: 'ignore',
+            shell: process.platform === 'win32',
+            timeout: 120000,
+        });
+    }
+    const env = { ...process.env, BRIVONJS_MODULE: path.join(build, 'BrivonJS.node') };
+    const output = execFileSync(process.execPath, [path.join(__dirname, 'bus.js')], {
+        env,
+        stdio: ['ignore', 'pipe', 'inherit'],
+        timeout: 300000,
+    });
+    const { results, leftOut } = JSON.parse(output);
+    for (const [name, reason] of Object.entries(leftOut)) console.log(`left out: ${name} (${reason})`);
+    for (const { what, unit, isRate, byPeer } of results) {
+        const { bus, ...others } = byPeer;
+        const ordered = Object.values(others).map((result) => result.median);
+        const best = isRate ? Math.max(...ordered) : Math.min(...ordered);
+        for (const [name, result] of Object.entries(others)) {
+            // The goals are against the best of the others, one way for short messages only.
+            const hasGoal = result.median === best && !(isRate && what.includes('4 KiB'));
+            const goal = !hasGoal ? noGoal : isRate ? atLeast(2.5) : atMost(0.6);
+            addRow(`bus, ${what}, against ${name}`, bus.median / result.median, goal, bus, result, unit);
+        }
+    }
+}
+
+async function main() {
+    const start = now();
+    await compareSends();
+    await compareQueries();
+    await compareDeliveries();
+    await compareLaunches();
+    measureConstruction();
+    compareLoading();
+    compareBus();
+    printTable();
+    console.log(`${rounds} rounds each, in turns, ${Math.round((now() - start) / 1e9)} s; Node.js ${process.version}`);
+    process.exit();
+}
+
+main();
