@@ -335,26 +335,22 @@ void Dispatcher::endPointsChanged() {
             [&] { registration.callback(registration.context); });
 }
 
-bool Dispatcher::isListener(const Listener* listener) const {
-    const auto isIn = [listener](const std::vector<Listener*>& list) {
-        return std::find(list.begin(), list.end(), listener) != list.end();
-    };
-    return isIn(messageListeners_) || isIn(errorListeners_);
+std::vector<Dispatcher::Listener*> Dispatcher::snapshot(const std::vector<Listener*>& listeners) {
+    const std::lock_guard lock(mutex_);
+    return listeners;
 }
 
-void Dispatcher::deliver(const BrivonMessage& message, const std::vector<Listener*>& listeners) {
-    for (Listener* listener : listeners)
-        callOut(
-            listener, [&] { return isListener(listener); }, [&] { listener->Receive(message); });
+void Dispatcher::deliver(const MessageFields& message, const std::vector<Listener*>& listeners) {
+    withMessage(message, [&](const BrivonMessage& made) {
+        for (Listener* listener : listeners)
+            callOut(
+                listener, [&] { return contains(messageListeners_, listener) || contains(errorListeners_, listener); },
+                [&] { listener->Receive(made); });
+    });
 }
 
 void Dispatcher::received(const MessageFields& message) {
-    std::vector<Listener*> listeners;
-    {
-        const std::lock_guard lock(mutex_);
-        listeners = isErrorType(message.type) ? errorListeners_ : messageListeners_;
-    }
-    withMessage(message, [&](const BrivonMessage& made) { deliver(made, listeners); });
+    deliver(message, snapshot(isErrorType(message.type) ? errorListeners_ : messageListeners_));
 }
 
 // Comes back twice: as an error to those who listen for errors, and as a message of its own type to every listener,
@@ -368,14 +364,12 @@ void Dispatcher::unreachable(const EndPointFields& destination) {
 
     MessageFields notice;
     notice.type = unreachableType;
-    std::vector<Listener*> listeners;
-    {
-        const std::lock_guard lock(mutex_);
-        listeners = messageListeners_;
-        std::copy_if(errorListeners_.begin(), errorListeners_.end(), std::back_inserter(listeners),
-                     [this](Listener* listener) { return !contains(messageListeners_, listener); });
+    std::vector<Listener*> everyone = snapshot(messageListeners_);
+    for (Listener* listener : snapshot(errorListeners_)) {
+        if (!contains(everyone, listener))
+            everyone.push_back(listener);
     }
-    withMessage(notice, [&](const BrivonMessage& made) { deliver(made, listeners); });
+    deliver(notice, everyone);
 }
 
 // ---- The script
@@ -435,7 +429,8 @@ void Dispatcher::perform(const std::string& command, const Value& argument) {
         const std::string listeners = argument["listeners"].toText("listeners");
         if (!listeners.empty() && listeners != "message" && listeners != "error")
             throw std::invalid_argument("listeners must be 'message' or 'error'");
-        joinedThread().run([&] { deliverScripted(fields, listeners); });
+        const bool toErrors = listeners.empty() ? isErrorType(fields.type) : listeners == "error";
+        joinedThread().run([&] { deliver(fields, snapshot(toErrors ? errorListeners_ : messageListeners_)); });
     } else if (command == "setEndpoints") {
         const std::vector<EndPoint> endPoints = toEndPoints(argument);
         {
@@ -457,16 +452,6 @@ void Dispatcher::perform(const std::string& command, const Value& argument) {
     } else {
         throw std::invalid_argument("the messaging stand-in has no command " + command);
     }
-}
-
-void Dispatcher::deliverScripted(const MessageFields& message, const std::string& listeners) {
-    std::vector<Listener*> chosen;
-    {
-        const std::lock_guard lock(mutex_);
-        const bool toErrors = listeners.empty() ? isErrorType(message.type) : listeners == "error";
-        chosen = toErrors ? errorListeners_ : messageListeners_;
-    }
-    withMessage(message, [&](const BrivonMessage& made) { deliver(made, chosen); });
 }
 
 namespace {

@@ -69,12 +69,12 @@ private:
     void endPointsChanged() override;
     void received(const MessageFields& message) override;
     void unreachable(const EndPointFields& destination) override;
-    void deliverScripted(const MessageFields& message, const std::string& listeners);
-    void deliver(const BrivonMessage& message, const std::vector<Listener*>& listeners);
+    void deliver(const MessageFields& message, const std::vector<Listener*>& listeners);
+    // One of this object's lists, as it is now.
+    std::vector<Listener*> snapshot(const std::vector<Listener*>& listeners);
     // Runs the call unless the target has been removed; whoever removes it waits for the call to end.
     template <typename IsRegistered, typename Call>
     void callOut(const void* target, IsRegistered isRegistered, Call call);
-    bool isListener(const Listener* listener) const;
 
     // With the lock held, waits until the target is not being called.
     void awaitIdle(std::unique_lock<std::mutex>& lock, const void* target);
