@@ -7,182 +7,135 @@ const crypto = require('node:crypto');
 const fs = require('node:fs');
 const net = require('node:net');
 const path = require('node:path');
-const { afterEach, test } = require('node:test');
+const { test } = require('node:test');
 
-const { busFolder, Endpoint, endedAbnormally, newBus, root, runScript } = require('../support/support');
+const { buildDirectory, busFolder, Endpoint, endedAbnormally, newBus, runScript } = require('../support/support');
 
 const isWindows = process.platform === 'win32';
-// Where an endpoint listens.
-const address = (bus, { id }) => (isWindows ? `\\\\.\\pipe\\brivon-bus-${id}` : path.join(busFolder(bus), id));
-const joinAlone = `new (require(root + '/lib').BrivonAdapter)('A', '1');`;
-const started = [];
-afterEach(() => Promise.all(started.splice(0).map((endpoint) => endpoint.end())));
+const stopping = { skip: isWindows && 'a process cannot be stopped here' };
+const adapter = `const adapter = new (require(root + '/lib').BrivonAdapter)('A', '1');`;
 
-async function join(bus, ...args) {
-    const endpoint = await Endpoint.join(bus, ...args);
-    started.push(endpoint);
-    return endpoint;
+// Endpoints on a bus of their own with these constructor arguments, once each sees all others.
+async function meet(t, ...all) {
+    const bus = newBus();
+    const endpoints = await Promise.all(all.map((args) => Endpoint.join(t, bus, ...args)));
+    await Promise.all(endpoints.map((endpoint) => endpoint.sees(...endpoints.filter((other) => other !== endpoint))));
+    return endpoints;
 }
 
-const seesExactly = (endpoint, others) =>
-    endpoint.until(
-        `JSON.stringify(adapter.getEndpointCacheSnapshot().sort()) === ${JSON.stringify(JSON.stringify(others.map(({ self }) => self).sort()))}`,
-    );
-const sendTo = (sender, receiver, payload, type = 't') =>
-    sender.run(
-        `adapter.sendMessage(${JSON.stringify(type)}, ${JSON.stringify(payload)}, '${receiver.appId}', '${receiver.appVersion}', '${receiver.id}')`,
-    );
-
-test('endpoints find each other, talk, and notice who leaves and who is killed', async () => {
-    const bus = newBus();
-    const [a, b, c] = [await join(bus, 'A', '1', 'B'), await join(bus, 'B', '1'), await join(bus, 'B', '2')];
-    const elsewhere = await join(newBus(), 'B', '1');
+test('endpoints find each other, talk, and notice who leaves and who is killed', async (t) => {
+    const [a, b, c] = await meet(t, ['A', '1', 'B'], ['B', '1'], ['B', '2']);
+    const [elsewhere] = await meet(t, ['B', '1']);
     await Promise.all([a, b, c, elsewhere].map((endpoint) => endpoint.listen()));
-    await Promise.all([seesExactly(a, [b, c]), seesExactly(b, [a, c]), seesExactly(c, [a, b])]);
 
-    await a.run(`adapter.sendMessage('both', 'to B')`);
-    await a.run(`adapter.sendMessage('one', 'to B 2', 'B', '2')`);
-    await c.run(`adapter.sendMessage('all', 'to everyone')`);
-    await sendTo(b, b, 'to itself');
-    const from = ({ self, appId, appVersion, id }) => [appId, appVersion, id];
+    await a.send('both', 'to B');
+    await a.send('one', 'to B 2', 'B', '2');
+    await c.send('all', 'to everyone');
+    await b.send('self', 'to itself', b.appId, b.appVersion, b.id);
+    const from = ({ appId, appVersion, id }) => [appId, appVersion, id];
     const heard = (type, payload, sender) => ({ message: [`brivon.SuiteMessage.${type}`, payload, ...from(sender)] });
-    const sorted = (calls) => calls.map(([told]) => JSON.stringify(told)).sort();
-    const expected = (...all) => all.map((told) => JSON.stringify(told)).sort();
-    assert.deepEqual(sorted(await a.told.atLeast(1)), expected(heard('all', 'to everyone', c)));
-    assert.deepEqual(
-        sorted(await b.told.atLeast(3)),
-        expected(heard('both', 'to B', a), heard('all', 'to everyone', c), heard('t', 'to itself', b)),
-    );
-    assert.deepEqual(sorted(await c.told.atLeast(2)), expected(heard('both', 'to B', a), heard('one', 'to B 2', a)));
+    const [both, one] = [heard('both', 'to B', a), heard('one', 'to B 2', a)];
+    const [all, self] = [heard('all', 'to everyone', c), heard('self', 'to itself', b)];
+    const sorted = (told) => told.map((what) => JSON.stringify(what)).sort();
+    for (const [endpoint, ...expected] of [
+        [a, all],
+        [b, both, all, self],
+        [c, both, one],
+    ])
+        assert.deepEqual(sorted((await endpoint.told.atLeast(expected.length)).flat()), sorted(expected));
 
-    await c.end('SIGKILL');
-    await Promise.all([seesExactly(a, [b]), seesExactly(b, [a])]);
-    await sendTo(a, c, 'to the dead');
-    assert.deepEqual((await a.told.atLeast(2))[1], [
-        { error: ['brivon.ErrorMessage', 'Destination unreachable', c.self] },
-    ]);
+    await c.end();
+    await Promise.all([a.sees(b), b.sees(a)]);
+    await a.send('t', 'to the dead', c.appId, c.appVersion, c.id);
+    const [, [error]] = await a.told.atLeast(2);
+    assert.deepEqual(error, { error: ['brivon.ErrorMessage', 'Destination unreachable', c.self] });
 
     await b.run(`setImmediate(() => process.exit(0)); 0`);
     assert.equal((await b.exited).code, 0);
-    await seesExactly(a, []);
+    await a.sees();
     assert.deepEqual(elsewhere.told.calls, []);
 });
 
-test('messages of one sender arrive complete and in order, 100,000 of them', async () => {
-    const bus = newBus();
-    const [sender, receiver] = [await join(bus, 'S', '1'), await join(bus, 'R', '1')];
-    await seesExactly(sender, [receiver]);
+test('messages of one sender arrive complete and in order, 100,000 of them', async (t) => {
+    const [sender, receiver] = await meet(t, ['S', '1'], ['R', '1']);
     const count = 100_000;
     await receiver.run(`globalThis.next = 0; globalThis.wrong = 0;
-    adapter.addMessageListener((type, payload) => {
-      if (payload !== 'message ' + next) ++wrong;
-      if (++next === ${count}) tell({ wrong });
-    }); 0`);
+        adapter.addMessageListener((type, payload) => {
+            if (payload !== 'message ' + next) ++wrong;
+            if (++next === ${count}) tell({ wrong });
+        }); 0`);
     await sender.run(`for (let i = 0; i < ${count}; ++i) adapter.sendMessage('t', 'message ' + i); 0`);
     assert.deepEqual(await receiver.told.atLeast(1), [[{ wrong: 0 }]]);
 });
 
-test('payloads from nothing to 16 MiB arrive unchanged; beyond the limit a send is refused', async () => {
-    const bus = newBus();
-    const [sender, receiver] = [await join(bus, 'S', '1'), await join(bus, 'R', '1')];
-    await seesExactly(sender, [receiver]);
+test('payloads from nothing to 16 MiB arrive unchanged; beyond the limit a send is refused', async (t) => {
+    const [sender, receiver] = await meet(t, ['S', '1'], ['R', '1']);
     const lengths = [0, 1, 2, 65_535, 65_536, 1 << 20, 16 << 20];
-    // Latin letters only, so that lengths count bytes.
-    const payloads = `[${lengths}].map((length) => 'x'.repeat(length))`;
     const last = 'aé日🙂 after one that is refused';
-    await receiver.run(`globalThis.digest = (text) => require('node:crypto').createHash('sha256').update(text).digest('hex');
-        adapter.addMessageListener((type, payload) => tell(payload.length + ' ' + digest(payload))); 0`);
-    await sender.run(`for (const payload of ${payloads}) adapter.sendMessage('t', payload);
+    await receiver.run(`globalThis.digest = ${digest};
+        adapter.addMessageListener((type, payload) => tell(digest(payload))); 0`);
+    // Latin letters only, so that lengths count bytes.
+    await sender.run(`for (const length of [${lengths}]) adapter.sendMessage('t', 'x'.repeat(length));
         adapter.sendMessage('t', 'y'.repeat(33 << 20));
         adapter.sendMessage('t', '${last}'); 0`);
-    const digest = (text) => `${text.length} ${crypto.createHash('sha256').update(text).digest('hex')}`;
     assert.deepEqual(
-        await receiver.told.atLeast(lengths.length + 1),
-        [...eval(payloads), last].map((payload) => [digest(payload)]),
+        (await receiver.told.atLeast(lengths.length + 1)).flat(),
+        [...lengths.map((length) => 'x'.repeat(length)), last].map(digest),
     );
 });
 
-test('sixteen processes all hear each other', async () => {
-    const bus = newBus();
-    const all = await Promise.all(Array.from({ length: 16 }, (_, i) => join(bus, `app${i}`, '1')));
-    await Promise.all(
-        all.map((endpoint) =>
-            seesExactly(
-                endpoint,
-                all.filter((other) => other !== endpoint),
-            ),
-        ),
-    );
+function digest(text) {
+    return `${text.length} ${require('node:crypto').createHash('sha256').update(text).digest('hex')}`;
+}
+
+test('sixteen processes all hear each other', async (t) => {
+    const all = await meet(t, ...Array.from({ length: 16 }, (_, i) => [`app${i}`, '1']));
     const each = 50;
-    await Promise.all(
-        all.map((endpoint) =>
-            endpoint.run(`globalThis.counts = {};
+    const listen = `globalThis.counts = {};
         adapter.addMessageListener((type, payload, appId) => {
-          if (Number(payload) !== (counts[appId] ?? 0)) tell('out of order: ' + appId);
-          counts[appId] = Number(payload) + 1;
-          if (Object.values(counts).reduce((a, b) => a + b) === ${15 * each}) tell(Object.keys(counts).length);
-        }); 0`),
-        ),
-    );
-    await Promise.all(
-        all.map((endpoint) => endpoint.run(`for (let i = 0; i < ${each}; ++i) adapter.sendMessage('t', String(i)); 0`)),
-    );
+            if (Number(payload) !== (counts[appId] ?? 0)) tell('out of order: ' + appId);
+            counts[appId] = Number(payload) + 1;
+            if (Object.values(counts).reduce((a, b) => a + b) === ${15 * each}) tell(Object.keys(counts).length);
+        }); 0`;
+    await Promise.all(all.map((endpoint) => endpoint.run(listen)));
+    const send = `for (let i = 0; i < ${each}; ++i) adapter.sendMessage('t', String(i)); 0`;
+    await Promise.all(all.map((endpoint) => endpoint.run(send)));
     for (const endpoint of all) assert.deepEqual(await endpoint.told.atLeast(1), [[15]]);
 });
 
-test(
-    'what waits for a receiver that is killed comes back, and the others hear everything',
-    { skip: isWindows && 'a process cannot be stopped here' },
-    async () => {
-        const bus = newBus();
-        const [sender, victim, other] = [
-            await join(bus, 'S', '1', 'R'),
-            await join(bus, 'R', '1'),
-            await join(bus, 'R', '1'),
-        ];
-        await seesExactly(sender, [victim, other]);
-        await sender.listen();
-        await other.run(`globalThis.count = 0; adapter.addMessageListener(() => { ++count; }); 0`);
-        // A stopped receiver takes what the system buffers, and the rest waits in the sender.
-        victim.process.kill('SIGSTOP');
-        await sender.run(`for (let i = 0; i < 2000; ++i) adapter.sendMessage('t', 'x'.repeat(1000)); 0`);
-        await other.until('count === 2000');
-        victim.process.kill('SIGKILL');
-        await sender.told.atLeast(1);
-        assert.deepEqual(sender.told.calls[0], [
-            { error: ['brivon.ErrorMessage', 'Destination unreachable', victim.self] },
-        ]);
-        await seesExactly(sender, [other]);
-        await sender.run(`adapter.sendMessage('t', 'afterwards'); 0`);
-        await other.until('count === 2001');
-    },
-);
+test('what waits for a receiver that is killed comes back, and the others hear everything', stopping, async (t) => {
+    const [sender, victim, other] = await meet(t, ['S', '1', 'R'], ['R', '1'], ['R', '1']);
+    await sender.listen();
+    await other.run(`globalThis.count = 0; adapter.addMessageListener(() => { ++count; }); 0`);
+    // A stopped receiver takes what the system buffers, and the rest waits in the sender.
+    victim.process.kill('SIGSTOP');
+    await sender.run(`for (let i = 0; i < 2000; ++i) adapter.sendMessage('t', 'x'.repeat(1000)); 0`);
+    await other.until('count === 2000');
+    await victim.end();
+    const [[error]] = await sender.told.atLeast(1);
+    assert.deepEqual(error, { error: ['brivon.ErrorMessage', 'Destination unreachable', victim.self] });
+    await sender.sees(other);
+    await sender.send('t', 'afterwards');
+    await other.until('count === 2001');
+});
 
-test(
-    'a receiver that does not read has sends to it refused, not queued without limit',
-    { skip: isWindows && 'a process cannot be stopped here' },
-    async () => {
-        const bus = newBus();
-        const [sender, stopped] = [await join(bus, 'S', '1', 'R'), await join(bus, 'R', '1')];
-        await seesExactly(sender, [stopped]);
-        await stopped.run(`adapter.addMessageListener((type, payload) => tell(parseInt(payload))); 0`);
-        stopped.process.kill('SIGSTOP');
-        await sender.run(`for (let i = 0; i < 200; ++i) adapter.sendMessage('t', String(i).padEnd(1 << 20)); 0`);
-        stopped.process.kill('SIGCONT');
-        // By then there is room for another one.
-        const told = await stopped.told.atLeast(60);
-        await sender.run(`adapter.sendMessage('t', '-1')`);
-        for (let count = told.length; told.at(-1)[0] !== -1; ++count) await stopped.told.atLeast(count + 1);
-        const accepted = told.slice(0, -1).map(([number]) => number);
-        assert.deepEqual(accepted, [...accepted.keys()]);
-        assert.ok(accepted.length <= 64, `64 MiB may wait for a receiver, and ${accepted.length} MiB did`);
-    },
-);
+test('a receiver that does not read has sends to it refused, not queued without limit', stopping, async (t) => {
+    const [sender, stopped] = await meet(t, ['S', '1', 'R'], ['R', '1']);
+    await stopped.run(`adapter.addMessageListener((type, payload) => tell(parseInt(payload))); 0`);
+    stopped.process.kill('SIGSTOP');
+    await sender.run(`for (let i = 0; i < 200; ++i) adapter.sendMessage('t', String(i).padEnd(1 << 20)); 0`);
+    stopped.process.kill('SIGCONT');
+    // By then there is room for another one.
+    const told = await stopped.told.atLeast(60);
+    await sender.send('t', '-1');
+    while (told.at(-1)[0] !== -1) await stopped.told.atLeast(told.length + 1);
+    const accepted = told.flat().slice(0, -1);
+    assert.deepEqual(accepted, [...accepted.keys()]);
+    assert.ok(accepted.length <= 64, `64 MiB may wait for a receiver, and ${accepted.length} MiB did`);
+});
 
-test('garbage on a socket closes that connection and nothing else', async () => {
-    const bus = newBus();
-    const [a, b] = [await join(bus, 'A', '1'), await join(bus, 'B', '1')];
-    await seesExactly(a, [b]);
+test('garbage on a socket closes that connection and nothing else', async (t) => {
+    const [a, b] = await meet(t, ['A', '1'], ['B', '1']);
     await b.listen();
     const frame = (...parts) => {
         const body = Buffer.concat(parts);
@@ -191,86 +144,64 @@ test('garbage on a socket closes that connection and nothing else', async () => 
         return Buffer.concat([length, body]);
     };
     const field = (text) => frame(Buffer.from(text));
-    const hello = (id) => frame(Buffer.from([1]), field('brivon-bus-1'), field(id), field('X'), field('1'));
+    const hello = (id, protocol = 'brivon-bus-1') =>
+        frame(Buffer.from([1]), field(protocol), field(id), field('X'), field('1'));
     const stranger = crypto.randomBytes(16).toString('hex');
-    const garbage = [
+    const connect = () =>
+        net.connect(isWindows ? `\\\\.\\pipe\\brivon-bus-${b.id}` : path.join(busFolder(b.bus), b.id));
+    for (const bytes of [
         crypto.randomBytes(1 << 16),
         Buffer.alloc(4), // a frame of no length
         Buffer.from([255, 255, 255, 255]), // a frame of 4 GiB
         frame(Buffer.from([9])),
-        frame(Buffer.from([1]), field('another protocol'), field(stranger), field('X'), field('1')),
+        hello(stranger, 'another protocol'),
         hello('../../../etc/passwd'),
         hello(b.id),
         Buffer.concat([hello(stranger), frame(Buffer.from([2]), Buffer.from([255, 0, 0, 0]))]),
         Buffer.concat([hello(stranger), hello(stranger)]),
-    ];
-    for (const bytes of garbage) {
-        const socket = net.connect(address(bus, b));
-        socket.on('error', () => {});
+    ]) {
+        const socket = connect().on('error', () => {});
         const closed = new Promise((resolve) => socket.on('close', resolve));
         socket.resume().write(bytes);
         await closed;
     }
-    const silent = net.connect(address(bus, b)); // connects and never says a thing
-    await sendTo(a, b, 'still here');
-    await b.told.atLeast(1);
-    assert.equal(b.told.calls[0][0].message[1], 'still here');
-    await seesExactly(b, [a]);
+    const silent = connect(); // never says a thing
+    await a.send('t', 'still here', b.appId, b.appVersion, b.id);
+    const [[{ message }]] = await b.told.atLeast(1);
+    assert.equal(message[1], 'still here');
+    await b.sees(a);
     silent.destroy();
 });
 
-test(
-    'the folder of a bus is closed to others, and one that is not is refused',
-    { skip: isWindows && 'folders of users are closed by the system here' },
-    async () => {
-        const bus = newBus();
-        await join(bus, 'A', '1');
-        assert.equal(fs.statSync(busFolder(bus)).mode & 0o777, 0o700);
-        assert.equal(fs.statSync(path.dirname(busFolder(bus))).mode & 0o777, 0o700);
+const closing = { skip: isWindows && 'folders of users are closed by the system here' };
+test('the folder of a bus is closed to others, and one that is not is refused', closing, async (t) => {
+    const [{ bus }] = await meet(t, ['A', '1']);
+    for (const folder of [busFolder(bus), path.dirname(busFolder(bus))])
+        assert.equal(fs.statSync(folder).mode & 0o777, 0o700);
 
-        const attempt = async (name, prepare) => {
-            prepare(busFolder(name));
-            const ended = await runScript(joinAlone, { env: { BRIVON_BUS: name } });
-            assert.ok(endedAbnormally(ended));
-            return ended.stderr.split('\n')[0];
-        };
-        const make = (folder) => fs.mkdirSync(folder, { mode: 0o700 });
-        const [open, file, link] = [newBus(), newBus(), newBus()];
-        assert.equal(
-            await attempt(open, (folder) => (make(folder), fs.chmodSync(folder, 0o750))),
-            `BrivonMessage5: the bus folder ${busFolder(open)} is open to other users; close it with: chmod 700 ${busFolder(open)}`,
-        );
-        assert.equal(
-            await attempt(file, (folder) => fs.writeFileSync(folder, '')),
-            `BrivonMessage5: the bus folder ${busFolder(file)} is not a folder`,
-        );
-        assert.equal(
-            await attempt(link, (folder) => fs.symlinkSync(busFolder(bus), folder)),
-            `BrivonMessage5: the bus folder ${busFolder(link)} is not a folder`,
-        );
-        assert.equal(
-            await attempt('../x', () => {}),
-            "BrivonMessage5: BRIVON_BUS must be 1 to 32 letters, digits, '-', '_' or '.', and not begin with '.'",
-        );
-    },
-);
-
-const isRoot = !isWindows && process.geteuid() === 0;
-test(
-    'the folder of a bus that another user owns is refused',
-    { skip: !isRoot && 'only root on a POSIX system can make a folder of another user' },
-    async () => {
-        const bus = newBus();
-        fs.mkdirSync(busFolder(bus), { mode: 0o700 });
-        fs.chownSync(busFolder(bus), 12345, 12345);
-        const ended = await runScript(joinAlone, { env: { BRIVON_BUS: bus } });
+    const make = (folder) => fs.mkdirSync(folder, { mode: 0o700 });
+    const cases = [
+        [
+            (folder) => (make(folder), fs.chmodSync(folder, 0o750)),
+            (folder) => `the bus folder ${folder} is open to other users; close it with: chmod 700 ${folder}`,
+        ],
+        [(folder) => fs.writeFileSync(folder, ''), (folder) => `the bus folder ${folder} is not a folder`],
+        [(folder) => fs.symlinkSync(busFolder(bus), folder), (folder) => `the bus folder ${folder} is not a folder`],
+        [() => {}, () => "BRIVON_BUS must be 1 to 32 letters, digits, '-', '_' or '.', and not begin with '.'", '../x'],
+        [
+            (folder) => (make(folder), fs.chownSync(folder, 12345, 12345)),
+            (folder) => `the bus folder ${folder} belongs to another user (uid 12345)`,
+        ],
+    ];
+    const isRoot = process.geteuid() === 0;
+    if (!isRoot) t.diagnostic('only root can make a folder of another user');
+    for (const [prepare, complaint, name = newBus()] of isRoot ? cases : cases.slice(0, -1)) {
+        prepare(busFolder(name));
+        const ended = await runScript(adapter, { env: { BRIVON_BUS: name } });
         assert.ok(endedAbnormally(ended));
-        assert.equal(
-            ended.stderr.split('\n')[0],
-            `BrivonMessage5: the bus folder ${busFolder(bus)} belongs to another user (uid 12345)`,
-        );
-    },
-);
+        assert.equal(ended.stderr.split('\n')[0], `BrivonMessage5: ${complaint(busFolder(name))}`);
+    }
+});
 
 test('programs that join while others leave all get on the bus', async () => {
     const bus = newBus();
@@ -290,65 +221,45 @@ test('programs that join while others leave all get on the bus', async () => {
     assert.equal(fs.existsSync(busFolder(bus)), false, 'the last to leave removes the folder');
 });
 
-test(
-    'a peer that hangs before it says a word does not keep caches from being rebuilt',
-    { skip: isWindows && 'a process cannot be stopped here' },
-    async () => {
-        const bus = newBus();
-        const hung = await join(bus, 'H', '1');
-        hung.process.kill('SIGSTOP');
-        const a = await join(bus, 'A', '1');
-        const refreshes = a.run(`globalThis.refreshing = setInterval(() => adapter.forceRefreshEndpoints(), 200); 0`);
-        const b = await join(bus, 'B', '1');
-        await refreshes;
-        await seesExactly(a, [b]);
-        hung.process.kill('SIGCONT');
-        await seesExactly(a, [b, hung]);
-    },
-);
+test('a peer that hangs before it says a word does not keep caches from being rebuilt', stopping, async (t) => {
+    const [hung] = await meet(t, ['H', '1']);
+    hung.process.kill('SIGSTOP');
+    const a = await Endpoint.join(t, hung.bus, 'A', '1');
+    await a.run(`globalThis.refreshing = setInterval(() => adapter.forceRefreshEndpoints(), 200); 0`);
+    const b = await Endpoint.join(t, hung.bus, 'B', '1');
+    await a.sees(b);
+    hung.process.kill('SIGCONT');
+    await a.sees(b, hung);
+});
 
 test('a program that sends and ends at once is heard', async (t) => {
-    const bus = newBus();
-    const receiver = await join(bus, 'R', '1');
+    const [receiver] = await meet(t, ['R', '1']);
     await receiver.listen();
     // Windows ends a library's threads before the library learns of the exit.
     const ends = isWindows ? ['', ''] : ['process.exit(0)', ''];
     if (isWindows) t.diagnostic('process.exit() right after a send loses messages here');
     for (const end of ends) {
-        const ended = await runScript(
-            `const adapter = new (require(root + '/lib').BrivonAdapter)('S', '1');
-      for (let i = 0; i < 1000; ++i) adapter.sendMessage('t', 'x'.repeat(1000));
-      ${end}`,
-            { env: { BRIVON_BUS: bus } },
-        );
-        assert.equal(ended.code, 0, ended.stderr);
+        const script = `${adapter} for (let i = 0; i < 1000; ++i) adapter.sendMessage('t', 'x'.repeat(1000)); ${end}`;
+        const { code, stderr } = await runScript(script, { env: { BRIVON_BUS: receiver.bus } });
+        assert.equal(code, 0, stderr);
     }
     assert.equal((await receiver.told.atLeast(2000)).length, 2000);
-    await seesExactly(receiver, []);
+    await receiver.sees();
 });
 
-test('the module runs unchanged on another implementation of the contract', async () => {
-    const { buildDirectory } = require('../support/support');
+test('the module runs unchanged on another implementation of the contract', async (t) => {
     const folder = fs.mkdtempSync(path.join(buildDirectory, 'test', 'swap-'));
-    fs.copyFileSync(path.join(buildDirectory, 'BrivonJS.node'), path.join(folder, 'BrivonJS.node'));
-    for (const name of fs.readdirSync(buildDirectory).filter((file) => /BrivonControl/.test(file)))
-        fs.copyFileSync(path.join(buildDirectory, name), path.join(folder, name));
-    const another = path.join(buildDirectory, 'test', 'another');
-    for (const name of fs.readdirSync(another)) fs.copyFileSync(path.join(another, name), path.join(folder, name));
+    t.after(() => fs.rmSync(folder, { recursive: true }));
+    const copy = (from, pattern) => {
+        for (const name of fs.readdirSync(from).filter((file) => pattern.test(file)))
+            fs.copyFileSync(path.join(from, name), path.join(folder, name));
+    };
+    copy(buildDirectory, /BrivonJS.node|BrivonControl/);
+    copy(path.join(buildDirectory, 'test', 'another'), /./);
     const ended = await runScript(
-        `const adapter = new (require(root + '/lib').BrivonAdapter)('A', '1');
-    adapter.sendMessage('type', 'payload');
-    console.log(adapter.getSelfEndpoint());`,
+        `${adapter} adapter.sendMessage('type', 'payload'); console.log(adapter.getSelfEndpoint());`,
         { env: { BRIVONJS_MODULE: path.join(folder, 'BrivonJS.node') } },
     );
-    fs.rmSync(folder, { recursive: true });
-    assert.deepEqual(ended, {
-        code: 0,
-        signal: null,
-        stdout: 'another library sends brivon.SuiteMessage.type\0: payload\0\n{another library,,}\n'.replaceAll(
-            '\0',
-            '',
-        ),
-        stderr: '',
-    });
+    const stdout = 'another library sends brivon.SuiteMessage.type: payload\n{another library,,}\n';
+    assert.deepEqual(ended, { code: 0, signal: null, stdout, stderr: '' });
 });

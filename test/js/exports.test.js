@@ -1,12 +1,15 @@
 'use strict';
 
+// What the module exports, and the arguments that it and the scripts refuse.
+
 const assert = require('node:assert/strict');
 const test = require('node:test');
 
-require('brivonjs/standins');
+const { control, messaging } = require('brivonjs/standins');
 const brivonjs = require('brivonjs');
-const { BrivonAdapter, BrivonControlAdapter } = brivonjs;
+const { BrivonAdapter, BrivonControlAdapter, _setLibraryPath } = brivonjs;
 
+const queries = ['isAppInstalled', 'isAppRunning', 'isAppRunningByName', 'getAppPath', 'getAppVersion', 'getProcessId'];
 const methods = {
     BrivonAdapter: [
         'sendMessage',
@@ -19,74 +22,114 @@ const methods = {
         'setVerboseLogging',
         'removeAllListeners',
     ],
-    BrivonControlAdapter: [
-        'getSpecifiers',
-        'isAppInstalled',
-        'isAppRunning',
-        'isAppRunningByName',
-        'getAppPath',
-        'getAppVersion',
-        'getProcessId',
-        'launchApp',
-    ],
+    BrivonControlAdapter: ['getSpecifiers', ...queries, 'launchApp'],
 };
 
-test('the exports are plain properties in their order', () => {
-    assert.deepEqual(Object.keys(brivonjs), ['BrivonAdapter', 'BrivonControlAdapter', '_setLibraryPath']);
-    for (const key of Object.keys(brivonjs)) {
-        const { value, ...attributes } = Object.getOwnPropertyDescriptor(brivonjs, key);
-        assert.deepEqual(attributes, { writable: true, enumerable: true, configurable: true });
-        assert.equal(value.name, key === '_setLibraryPath' ? '' : key);
-    }
+// Every own property but the constructor: { name: attributes }, and the values are functions.
+function attributesOf(object) {
+    const { constructor, ...properties } = Object.getOwnPropertyDescriptors(object);
+    return Object.entries(properties).map(([name, { value, ...attributes }]) => {
+        assert.equal(typeof value, 'function');
+        return [name, attributes];
+    });
+}
+
+test('the exports are plain properties, and the methods fixed ones of the prototypes, in their order', () => {
+    const plain = { writable: true, enumerable: true, configurable: true };
+    const fixed = { writable: false, enumerable: false, configurable: false };
+    const names = ['BrivonAdapter', 'BrivonControlAdapter', '_setLibraryPath'];
+    assert.deepEqual(
+        attributesOf(brivonjs),
+        names.map((name) => [name, plain]),
+    );
+    assert.deepEqual(
+        names.map((name) => brivonjs[name].name),
+        ['BrivonAdapter', 'BrivonControlAdapter', ''],
+    );
+    for (const [name, expected] of Object.entries(methods))
+        assert.deepEqual(
+            attributesOf(brivonjs[name].prototype),
+            expected.map((method) => [method, fixed]),
+        );
 });
 
-test('methods stand on the prototypes in their order, neither writable nor enumerable nor configurable', () => {
-    for (const [name, expected] of Object.entries(methods)) {
-        const { prototype } = brivonjs[name];
-        const own = Object.getOwnPropertyNames(prototype).filter((key) => key !== 'constructor');
-        assert.deepEqual(own, expected);
-        assert.deepEqual(Object.keys(prototype), []);
-        for (const key of own) {
-            const { value, ...attributes } = Object.getOwnPropertyDescriptor(prototype, key);
-            assert.deepEqual(attributes, { writable: false, enumerable: false, configurable: false });
-            assert.equal(typeof value, 'function');
-        }
-    }
-});
-
-test('a constructor called as a function refuses', () => {
-    for (const constructor of [BrivonAdapter, BrivonControlAdapter])
-        assert.throws(() => constructor('a', 'b'), {
-            name: 'TypeError',
-            message: "Class constructors cannot be invoked without 'new'",
-        });
-});
-
-test('bad arguments get their errors', () => {
-    const adapter = new BrivonAdapter('app', '1');
-    const count = { name: 'TypeError', message: 'Wrong number of arguments' };
-    const specifier = { name: 'TypeError', message: 'Expected targetSpecifier to be a string' };
-    const conversion = { name: 'Error', message: 'A string was expected' };
-    const refusals = [
-        [count, () => new BrivonAdapter()],
-        [count, () => new BrivonAdapter('app')],
-        [conversion, () => new BrivonAdapter(1, '1')],
-        [conversion, () => new BrivonAdapter('app', null)],
-        [conversion, () => new BrivonAdapter('app', '1', undefined)],
-        [count, () => adapter.sendMessage()],
-        [count, () => adapter.sendMessage('type')],
-        [specifier, () => adapter.sendMessage(1, 'payload')],
-        [specifier, () => adapter.sendMessage('type', 'payload', undefined)],
-        [specifier, () => adapter.sendMessage('type', 'payload', '', '', '', 6)],
-        [count, () => adapter.addMessageListener()],
-        [count, () => adapter.addErrorListener()],
-        [{ name: 'Error', message: 'Invalid argument' }, () => adapter.addMessageListener('not a function')],
-        [{ name: 'Error', message: 'Invalid argument' }, () => adapter.addErrorListener({})],
-    ];
-    for (const [expected, call] of refusals) {
+// Asserts that each call throws this, without a code, and that no library is asked for anything.
+function assertRefusals(name, message, calls) {
+    for (const call of calls) {
         let thrown;
-        assert.throws(call, (error) => ((thrown = error), true));
-        assert.deepEqual({ name: thrown.name, message: thrown.message }, expected, call.toString());
-        assert.ok(!('code' in thrown) || expected.name !== 'TypeError', call.toString());
+        assert.throws(call, (error) => ((thrown = error), true), `${call}`);
+        assert.deepEqual([thrown.name, thrown.message], [name, message], `${call}`);
+        assert.ok(!('code' in thrown) || name !== 'TypeError', `${call}`);
     }
+    assert.deepEqual([...messaging.takeCalls(), ...control.takeCalls()], []);
+}
+
+test('bad arguments get their errors before a library is asked', () => {
+    const adapter = new BrivonAdapter('app', '1');
+    const controlAdapter = new BrivonControlAdapter();
+    messaging.takeCalls();
+    control.takeCalls();
+    const listener = () => assert.fail('a refused call calls nobody');
+    const launch = (...args) => controlAdapter.launchApp(...args);
+
+    assertRefusals('TypeError', 'Wrong number of arguments', [
+        () => new BrivonAdapter(),
+        () => new BrivonAdapter('app'),
+        () => adapter.sendMessage(),
+        () => adapter.sendMessage('type'),
+        () => adapter.addMessageListener(),
+        () => adapter.addErrorListener(),
+        () => _setLibraryPath(),
+        () => controlAdapter.getSpecifiers(undefined),
+        ...queries.flatMap((query) => [() => controlAdapter[query](), () => controlAdapter[query]('a', 'b')]),
+        () => launch(),
+        () => launch('a', true, 'b'),
+        () => launch('a', true, 'b', listener, 5),
+    ]);
+    assertRefusals('TypeError', 'Expected targetSpecifier to be a string', [
+        () => adapter.sendMessage(1, 'payload'),
+        () => adapter.sendMessage('type', 'payload', undefined),
+        () => adapter.sendMessage('type', 'payload', '', '', '', 6),
+        ...queries.map((query) => () => controlAdapter[query](5)),
+        () => launch(5, 5, 5, 5),
+    ]);
+    assertRefusals('TypeError', 'Expected setFocus to be a Boolean', [() => launch('a', 'true', 5, 5)]);
+    assertRefusals('TypeError', 'Expected cmdLineArgs to be a string', [() => launch('a', true, 5, 5)]);
+    assertRefusals('TypeError', 'Expected callback to be a function', [() => launch('a', true, 'b', {})]);
+    assertRefusals('Error', 'A string was expected', [
+        () => new BrivonAdapter(1, '1'),
+        () => new BrivonAdapter('app', null),
+        () => new BrivonAdapter('app', '1', undefined),
+        () => _setLibraryPath(5),
+    ]);
+    assertRefusals('Error', 'Invalid argument', [
+        () => adapter.addMessageListener('not a function'),
+        () => adapter.addErrorListener({}),
+    ]);
+    assertRefusals('TypeError', "Class constructors cannot be invoked without 'new'", [
+        () => BrivonAdapter('a', 'b'),
+        () => BrivonControlAdapter(),
+    ]);
+});
+
+test('the scripts refuse what they cannot do', () => {
+    for (const call of [
+        () => messaging.answer('Sned', 0),
+        () => messaging.answer('Send', 'zero'),
+        () => messaging.answer('AddMessageListener', 0),
+        () => messaging.answer('Send', 0, 0),
+        () => messaging.answer('IsReady', { throws: 5 }),
+        () => messaging.setEndpoints([{ id: 1 }]),
+        () => messaging.deliver({ type: 't', listeners: 'none' }),
+        () => messaging.deliver({ type: () => {} }),
+        () => messaging.perform('unknown'),
+        () => control.answer('LaunchAp', true),
+        () => control.answer('LaunchApp', 'yes'),
+        () => control.answer('LaunchApp', { launched: true }),
+        () => control.answer('IsAppRunning', 1),
+        () => control.answer('IsAppRunning', { throws: 'x' }),
+        () => control.answer('GetSpecifiers', ['a', 1]),
+        () => control.perform('unknown'),
+    ])
+        assert.throws(call, (error) => error instanceof TypeError && error.message !== '', `${call}`);
 });

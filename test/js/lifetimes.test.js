@@ -136,9 +136,9 @@ test('a listener keeps its process alive, and a removed one too', async () => {
     }
 });
 
-test('fifty processes exit with their own code in the middle of a stream from another process', async () => {
+test('fifty processes exit with their own code in the middle of a stream from another process', async (t) => {
     const bus = newBus();
-    const sender = await Endpoint.join(bus, 'sender', '1');
+    const sender = await Endpoint.join(t, bus, 'sender', '1');
     try {
         await sender.run(`globalThis.stream = () => {
       for (let i = 0; i < 200; ++i) adapter.sendMessage('t', 'x'.repeat(100));

@@ -11,14 +11,7 @@ const { CallLog, collectUntil } = require('../support/support');
 
 const endpoint = (appId, id, appVersion = '1') => ({ id, appId, appVersion });
 const text = ({ id, appId, appVersion }) => `{${appId},${appVersion},${id}}`;
-const message = (source, rest = {}) => ({
-    type: `${SUITE_TYPE_PREFIX}t`,
-    appId: source.appId,
-    appVersion: source.appVersion,
-    source,
-    payload: 'p',
-    ...rest,
-});
+const message = (source, rest = {}) => ({ ...source, type: `${SUITE_TYPE_PREFIX}t`, source, payload: 'p', ...rest });
 
 const adapters = []; // kept from collection, which would silence everyone
 const withoutCallback = []; // kept for the same reason
@@ -31,13 +24,22 @@ function construct(...args) {
 }
 
 const operations = () => messaging.takeCalls().map(({ operation }) => operation);
-const sends = () =>
-    messaging
-        .takeCalls()
-        .filter(({ operation }) => operation === 'Send')
-        .map((call) => call.arguments[0]);
-const rebuild = ['GetSelfEndPoint', 'GetEndPoints', 'ReleaseEndPoints'];
-const rebuildFromNone = ['GetSelfEndPoint', 'GetEndPoints'];
+// What every registered adapter asks of the library when it is told of a new list.
+const rebuilds = () => adapters.flatMap(() => ['GetSelfEndPoint', 'GetEndPoints', 'ReleaseEndPoints']);
+const rebuildsFromNone = () => adapters.flatMap(() => ['GetSelfEndPoint', 'GetEndPoints']);
+
+// Listens anew, and has heard nothing before.
+async function assertHearsFromNowOn(adapter, messages, errors) {
+    adapter.addMessageListener(messages.callback);
+    adapter.addErrorListener(errors.callback);
+    messaging.deliver({ type: ERROR_TYPE, error: 'heard', fault: '' });
+    messaging.deliver(message(endpoint('a', '1'), { payload: 'heard' }));
+    for (const log of [messages, errors])
+        assert.deepEqual(
+            (await log.atLeast(1)).map(([, content]) => content),
+            ['heard'],
+        );
+}
 
 beforeEach(() => {
     for (const adapter of adapters) adapter.removeAllListeners();
@@ -47,61 +49,26 @@ beforeEach(() => {
 });
 
 test('construction configures, acquires, waits, registers and refreshes, in this order', () => {
+    const [ready, register] = ['IsReady', 'RegisterEndPointsCallback'];
+    const times = (count, operation) => Array(count).fill(operation);
+    const refresh = (polls) => [ready, 'RefreshEndPoints', ...times(polls, 'IsRefreshing')];
+    const isPending = ['IsRefreshing', true, Infinity];
     const cases = [
-        {
-            answers: [],
-            calls: [
-                'IsReady',
-                'RegisterEndPointsCallback',
-                'IsReady',
-                'RefreshEndPoints',
-                'IsRefreshing',
-                'IsRefreshing',
-            ],
-        },
-        {
-            answers: [['IsReady', false, 2]],
-            calls: [
-                'IsReady',
-                'IsReady',
-                'IsReady',
-                'RegisterEndPointsCallback',
-                'IsReady',
-                'RefreshEndPoints',
-                'IsRefreshing',
-                'IsRefreshing',
-            ],
-        },
-        {
-            answers: [['IsReady', false, Infinity]],
-            calls: [...Array(21).fill('IsReady'), 'RegisterEndPointsCallback', 'IsReady'],
-        },
-        {
-            answers: [
-                ['RefreshEndPoints', false],
-                ['IsRefreshing', true, Infinity],
-            ],
-            calls: [
-                'IsReady',
-                'RegisterEndPointsCallback',
-                'IsReady',
-                'RefreshEndPoints',
-                ...Array(22).fill('IsRefreshing'),
-            ],
-        },
+        { answers: [], calls: [ready, register, ...refresh(2)], isRefreshed: true },
+        { answers: [[ready, false, 2]], calls: [...times(3, ready), register, ...refresh(2)], isRefreshed: true },
+        { answers: [[ready, false, Infinity]], calls: [...times(21, ready), register, ready] },
+        { answers: [['RefreshEndPoints', false], isPending], calls: [ready, register, ...refresh(22)] },
         { answers: [['GetInstance', { throws: 'no' }]], calls: [] },
-        { answers: [['RegisterEndPointsCallback', { throws: 'no' }]], calls: ['IsReady', 'RegisterEndPointsCallback'] },
+        { answers: [[register, { throws: 'no' }]], calls: [ready, register] },
     ];
-    for (const { answers, calls } of cases) {
+    for (const { answers, calls, isRefreshed } of cases) {
         for (const answer of answers) messaging.answer(...answer);
         adapters.push(new BrivonAdapter('first\0cut', 'second', 'third', 4));
         const made = messaging.takeCalls();
         assert.deepEqual(made[0].arguments, ['first', 'second']);
         const by = (wanted) => made.filter(({ thread }) => thread === wanted).map(({ operation }) => operation);
         assert.deepEqual(by('caller'), ['SetConfig', 'GetInstance', ...calls]);
-        // The refresh calls back on a library thread, where every adapter that is registered asks for the new list.
-        const isRefreshed = calls.includes('RefreshEndPoints') && answers[0]?.[0] !== 'RefreshEndPoints';
-        assert.deepEqual(by('library'), isRefreshed ? adapters.flatMap(() => rebuildFromNone) : []);
+        assert.deepEqual(by('library'), isRefreshed ? rebuildsFromNone() : []);
         messaging.reset();
     }
     // The adapter whose library threw before it gave a dispatcher refuses what needs one.
@@ -115,55 +82,36 @@ test('construction configures, acquires, waits, registers and refreshes, in this
     assert.deepEqual(broken.getEndpointCacheSnapshot(), []);
 });
 
-test('return values are null, undefined or text as promised', () => {
+test('every method answers as promised after its calls of the library', () => {
     const adapter = construct();
-    assert.equal(adapter.forceRefreshEndpoints(1, 2), null);
-    assert.equal(
-        adapter.addMessageListener(() => {}),
-        undefined,
-    );
-    assert.equal(
-        adapter.addErrorListener(() => {}, 'extra'),
-        undefined,
-    );
-    assert.equal(adapter.removeAllListeners(), undefined);
-    assert.equal(adapter.sendMessage('t', 'p'), 'Sent');
-    assert.equal(adapter.getSelfEndpoint(), '{app,1,self}');
-});
-
-test('listeners are registered on every add, and removed from both lists', () => {
-    const adapter = construct();
-    adapter.addMessageListener(() => {});
-    adapter.addErrorListener(() => {});
-    adapter.addMessageListener(() => {});
-    adapter.removeAllListeners();
-    adapter.removeAllListeners();
-    const calls = messaging.takeCalls();
-    assert.deepEqual(
-        calls.map(({ operation }) => operation),
-        [
-            'AddMessageListener',
-            'AddErrorListener',
-            'AddMessageListener',
-            'RemoveMessageListener',
-            'RemoveErrorListener',
-            'RemoveMessageListener',
-            'RemoveErrorListener',
-        ],
-    );
-    assert.deepEqual(new Set(calls.map((call) => call.arguments[0])).size, 1);
-    assert.throws(() => adapter.addMessageListener(5));
-    assert.deepEqual(operations(), []);
+    const removals = ['RemoveMessageListener', 'RemoveErrorListener'];
+    const labels = new Set();
+    for (const [method, args, result, expected] of [
+        ['forceRefreshEndpoints', [1, 2], null, ['RefreshEndPoints', ...rebuildsFromNone()]],
+        ['addMessageListener', [() => {}], undefined, ['AddMessageListener']],
+        ['addErrorListener', [() => {}, 'extra'], undefined, ['AddErrorListener']],
+        ['addMessageListener', [() => {}], undefined, ['AddMessageListener']],
+        ['removeAllListeners', [], undefined, removals],
+        ['removeAllListeners', [], undefined, removals],
+        ['sendMessage', ['t', 'p'], 'Sent', ['Send']],
+        ['getSelfEndpoint', [], '{app,1,self}', ['GetSelfEndPoint']],
+    ]) {
+        assert.equal(adapter[method](...args), result, method);
+        const calls = messaging.takeCalls();
+        assert.deepEqual(
+            calls.map(({ operation }) => operation),
+            expected,
+        );
+        for (const call of calls) if (call.operation.endsWith('Listener')) labels.add(call.arguments[0]);
+    }
+    assert.equal(labels.size, 1, 'an adapter is one listener');
 });
 
 test('getEndpoints and getSelfEndpoint answer from the dispatcher, the snapshot from the cache', () => {
     const adapter = construct();
     const [b, a2, a1, odd] = [endpoint('b', '1'), endpoint('a', '2'), endpoint('a', '1'), endpoint('x,y', '{}', '')];
     messaging.setEndpoints([b, a2, a1, odd]);
-    assert.deepEqual(
-        operations(),
-        adapters.flatMap(() => rebuild),
-    );
+    assert.deepEqual(operations(), rebuilds());
     assert.deepEqual(adapter.getEndpointCacheSnapshot(), [a2, a1, b, odd].map(text));
     assert.deepEqual(operations(), []);
     assert.deepEqual(adapter.getEndpoints(), [b, a2, a1, odd].map(text));
@@ -198,42 +146,28 @@ test('sends choose their destinations from the call and the cache', () => {
         { args: ['', '1.0'], to: [none1, none2] },
         { appId: 'absent', args: [], to: [] },
     ];
-    for (const { appId, args, to } of cases) {
+    const assertSends = (adapter, args, sent) => {
+        adapter.sendMessage(...args);
+        assert.deepEqual(messaging.takeCalls()[0].arguments, [sent]);
+    };
+    const payload = 'grüße 你好';
+    for (const { appId, args, to: destinations } of cases) {
         const adapter = construct('app', '1', ...(appId === undefined ? [] : [appId]));
         messaging.setEndpoints([y, none1, x1, none2, x2]);
-        assert.equal(adapter.sendMessage('type', 'grüße 你好', ...args), 'Sent');
-        assert.deepEqual(sends(), [
-            {
-                type: `${SUITE_TYPE_PREFIX}type`,
-                payload: 'grüße 你好',
-                source: endpoint('app', 'self'),
-                destinations: to,
-            },
-        ]);
+        messaging.takeCalls();
+        const source = endpoint('app', 'self');
+        assertSends(adapter, ['t', payload, ...args], { type: `${SUITE_TYPE_PREFIX}t`, payload, source, destinations });
     }
-    const adapter = construct();
-    adapter.sendMessage('', 'cut\0here');
-    assert.deepEqual(sends(), [
-        { type: SUITE_TYPE_PREFIX, payload: 'cut', source: endpoint('app', 'self'), destinations: [none1, none2] },
-    ]);
-});
-
-test('a send before the first endpoint list has an empty source', () => {
+    // Before its first endpoint list an adapter knows neither itself nor others.
     messaging.answer('RefreshEndPoints', false);
-    const adapter = construct();
-    adapter.sendMessage('t', 'p');
-    assert.deepEqual(sends()[0].source, endpoint('', '', ''));
+    const sent = { type: SUITE_TYPE_PREFIX, payload: 'cut', source: endpoint('', '', ''), destinations: [] };
+    assertSends(construct(), ['', 'cut\0here'], sent);
 });
 
 test('a refused send makes the next accepted one refresh, once', () => {
     const adapter = construct();
     messaging.answer('Send', 7, 2);
-    for (const expected of [
-        ['Send'],
-        ['Send'],
-        ['Send', 'RefreshEndPoints', ...adapters.flatMap(() => rebuildFromNone)],
-        ['Send'],
-    ]) {
+    for (const expected of [['Send'], ['Send'], ['Send', 'RefreshEndPoints', ...rebuildsFromNone()], ['Send']]) {
         assert.equal(adapter.sendMessage('t', 'p'), 'Sent');
         assert.deepEqual(operations(), expected);
     }
@@ -245,38 +179,30 @@ test('a refused send makes the next accepted one refresh, once', () => {
     assert.deepEqual(operations(), ['Send']);
 });
 
-test('messages and errors reach their listeners with all fields', async () => {
+test('messages and errors reach their listeners with all fields, however many are queued', async () => {
     const adapter = construct();
     const [messages, errors] = [new CallLog(), new CallLog()];
-    adapter.addMessageListener(messages.callback);
+    adapter.addMessageListener(function (...fields) {
+        messages.callback(this, ...fields);
+        return Promise.reject; // anything
+    });
     adapter.addErrorListener(errors.callback);
-    const cases = [
-        [{ payload: 'plain' }, 'plain'],
-        [{ payload: undefined }, ''],
-        [{ payload: '' }, ''],
-        [{ payload: 'a\0b\0' }, 'a\0b\0'],
-        [{ payload: 'Übung 日本語 🙂' }, 'Übung 日本語 🙂'],
+    const source = endpoint('A,{', '7\0cut', 'V\0');
+    const payloads = [
+        'plain',
+        undefined,
+        '',
+        'a\0b\0',
+        'Übung 日本語 🙂',
+        ...Array.from({ length: 3000 }, (_, i) => `${i}`),
     ];
-    for (const [rest] of cases)
-        messaging.deliver(message(endpoint('A,{', '7\0cut', 'V\0'), { appId: 'A\0', appVersion: '1\0x', ...rest }));
+    for (const payload of payloads) messaging.deliver(message(source, { appId: 'A\0', appVersion: '1\0x', payload }));
     assert.deepEqual(
-        await messages.atLeast(cases.length),
-        cases.map(([, payload]) => [`${SUITE_TYPE_PREFIX}t`, payload, 'A', '1', '7']),
+        await messages.atLeast(payloads.length),
+        payloads.map((payload = '') => [undefined, `${SUITE_TYPE_PREFIX}t`, payload, 'A', '1', '7']),
     );
     messaging.deliver({ type: ERROR_TYPE, error: 'went\0', fault: 'wrong' });
     assert.deepEqual(await errors.atLeast(1), [[ERROR_TYPE, 'went', 'wrong']]);
-});
-
-test('a listener is called without this, and what it returns is ignored', async () => {
-    const adapter = construct();
-    const called = new Promise((resolve) => {
-        adapter.addMessageListener(function () {
-            resolve(this);
-            return Promise.reject; // anything
-        });
-    });
-    messaging.deliver(message(endpoint('a', '1')));
-    assert.equal(await called, undefined);
 });
 
 test('the latest listener of any adapter receives what every adapter is handed', async () => {
@@ -291,33 +217,19 @@ test('the latest listener of any adapter receives what every adapter is handed',
 
 // A delivery that meets an empty handle must vanish; the delivery after it shows that it has.
 test('deliveries without a listener are dropped', async () => {
-    const source = endpoint('a', '1');
     const [one, two] = [construct(), construct()];
     const [messages, errors] = [new CallLog(), new CallLog()];
-
     one.addMessageListener(messages.callback);
     messaging.deliver({ type: ERROR_TYPE, error: 'e', fault: 'f', listeners: 'message' });
 
     // Silenced by the other adapter, while the library goes on delivering to this one.
     one.addErrorListener(errors.callback);
     two.removeAllListeners();
-    messaging.deliver(message(source, { payload: 'dropped' }));
+    messaging.deliver(message(endpoint('a', '1'), { payload: 'dropped' }));
     messaging.deliver({ type: ERROR_TYPE, error: 'dropped', fault: '' });
     one.removeAllListeners();
-    messaging.deliver(message(source, { payload: 'unregistered' }));
-
-    one.addMessageListener(messages.callback);
-    one.addErrorListener(errors.callback);
-    messaging.deliver({ type: ERROR_TYPE, error: 'last', fault: '' });
-    messaging.deliver(message(source, { payload: 'last' }));
-    assert.deepEqual(
-        (await messages.atLeast(1)).map(([, payload]) => payload),
-        ['last'],
-    );
-    assert.deepEqual(
-        (await errors.atLeast(1)).map(([, error]) => error),
-        ['last'],
-    );
+    messaging.deliver(message(endpoint('a', '1'), { payload: 'unregistered' }));
+    await assertHearsFromNowOn(one, messages, errors);
 });
 
 test('only an unreachable destination, or a stale list, makes a delivery refresh first', async () => {
@@ -328,7 +240,7 @@ test('only an unreachable destination, or a stale list, makes a delivery refresh
     messaging.setEndpoints([known]);
     operations();
     // The scripted refresh is over at once and rebuilds the cache of every adapter from the list, without the unknown.
-    const refresh = ['RefreshEndPoints', ...adapters.flatMap(() => rebuild)];
+    const refresh = ['RefreshEndPoints', ...rebuilds()];
     const steps = [
         [{ type: 'DestinationUnreachable' }, refresh],
         [{ type: 'DestinationUnreachable ' }, []],
@@ -364,18 +276,6 @@ test('only an unreachable destination, or a stale list, makes a delivery refresh
     );
 });
 
-test('no queue between the library and a listener is limited', async () => {
-    const adapter = construct();
-    const messages = new CallLog();
-    adapter.addMessageListener(messages.callback);
-    const payloads = Array.from({ length: 3000 }, (_, i) => String(i));
-    for (const payload of payloads) messaging.deliver(message(endpoint('a', '1'), { payload }));
-    assert.deepEqual(
-        (await messages.atLeast(payloads.length)).map(([, payload]) => payload),
-        payloads,
-    );
-});
-
 test('the cache takes 200 single endpoints, and a rebuild of any size', () => {
     const adapter = construct();
     adapter.addMessageListener(() => {});
@@ -408,33 +308,20 @@ test('a collected adapter unregisters, releases once, and silences the others', 
     survivor.addErrorListener(errors.callback);
     const label = messaging.takeCalls()[0].arguments[0];
     const seen = [];
-    const released = (count) => () => {
-        seen.push(...messaging.takeCalls());
-        return seen.filter(({ operation }) => operation === 'ReleaseInstance').length >= count;
-    };
     (() => new BrivonAdapter('dropped', '1'))();
     messaging.takeCalls();
-    await collectUntil(released(1));
+    await collectUntil(() => {
+        seen.push(...messaging.takeCalls());
+        return seen.some(({ operation }) => operation === 'ReleaseInstance');
+    });
     assert.deepEqual(
         seen.map(({ operation }) => operation),
         ['UnregisterEndPointsCallback', 'ReleaseInstance'],
     );
     assert.notEqual(seen[0].arguments[0], label);
-
     messaging.deliver(message(endpoint('a', '1'), { payload: 'dropped' }));
     messaging.deliver({ type: ERROR_TYPE, error: 'dropped', fault: '' });
-    survivor.addMessageListener(messages.callback);
-    survivor.addErrorListener(errors.callback);
-    messaging.deliver({ type: ERROR_TYPE, error: 'heard', fault: '' });
-    messaging.deliver(message(endpoint('a', '1'), { payload: 'heard' }));
-    assert.deepEqual(
-        (await messages.atLeast(1)).map(([, payload]) => payload),
-        ['heard'],
-    );
-    assert.deepEqual(
-        (await errors.atLeast(1)).map(([, error]) => error),
-        ['heard'],
-    );
+    await assertHearsFromNowOn(survivor, messages, errors);
 });
 
 test('a library that throws while it delivers or is asked does not end the process', async () => {
@@ -455,20 +342,4 @@ test('a library that throws while it delivers or is asked does not end the proce
         (await messages.atLeast(2)).map(([, payload]) => payload),
         ['p', 'last'],
     );
-});
-
-test('the script refuses what it cannot do', () => {
-    const refusals = [
-        [TypeError, () => messaging.answer('Sned', 0)],
-        [TypeError, () => messaging.answer('Send', 'zero')],
-        [TypeError, () => messaging.answer('AddMessageListener', 0)],
-        [TypeError, () => messaging.answer('Send', 0, 0)],
-        [TypeError, () => messaging.answer('IsReady', { throws: 5 })],
-        [TypeError, () => messaging.setEndpoints([{ id: 1 }])],
-        [TypeError, () => messaging.deliver({ type: 't', listeners: 'none' })],
-        [TypeError, () => messaging.deliver({ type: () => {} })],
-        [TypeError, () => messaging.perform('unknown')],
-    ];
-    for (const [kind, call] of refusals)
-        assert.throws(call, (error) => error instanceof kind && error.message !== '', call.toString());
 });

@@ -1,7 +1,7 @@
 'use strict';
 
 const { fork } = require('node:child_process');
-const { once } = require('node:events');
+const { EventEmitter, once } = require('node:events');
 const crypto = require('node:crypto');
 const fs = require('node:fs');
 const os = require('node:os');
@@ -16,29 +16,30 @@ const buildDirectory = path.dirname(modulePath());
 
 // The argument list of every call that a callback receives, with a way to await the next ones.
 class CallLog {
-    #waiting = [];
+    #events = new EventEmitter();
     calls = [];
 
     callback = (...call) => {
         this.calls.push(call);
-        this.#waiting = this.#waiting.filter(({ count, resolve }) => this.calls.length < count || resolve());
+        this.#events.emit('call');
     };
 
     // Resolves to all calls once there are this many.
     async atLeast(count) {
-        if (this.calls.length < count) await new Promise((resolve) => this.#waiting.push({ count, resolve }));
+        while (this.calls.length < count) await once(this.#events, 'call');
         return this.calls;
     }
 }
 
-// Collects garbage until the condition holds; a test that waits in vain ends by its time limit.
+// Both let the event loop go on until the condition holds; a test that waits in vain ends by its time limit.
+async function until(condition) {
+    while (!condition()) await new Promise((resolve) => setImmediate(resolve));
+}
+
 async function collectUntil(condition) {
     v8.setFlagsFromString('--expose-gc');
     const collect = vm.runInNewContext('gc');
-    do {
-        collect();
-        await new Promise((resolve) => setImmediate(resolve));
-    } while (!condition());
+    await until(() => (collect(), condition()));
 }
 
 // The line of a source file at which a diagnostic text is written: that of the __LINE__ before the text.
@@ -69,6 +70,19 @@ function temporaryFile() {
     return path.join(os.tmpdir(), `brivonjs-${process.pid}-${crypto.randomUUID()}`);
 }
 
+// A folder that is removed after the test, or after the file of tests when this is given node:test itself.
+function temporaryFolder(t) {
+    const folder = fs.mkdtempSync(path.join(fs.realpathSync(os.tmpdir()), 'brivonjs-'));
+    t.after(() => fs.rmSync(folder, { recursive: true, force: true }));
+    return folder;
+}
+
+// What scripts that run on scripted libraries begin with.
+const scripted = `
+    const { messaging, control, SUITE_TYPE_PREFIX, ERROR_TYPE } = require(root + '/lib/standins');
+    const { BrivonAdapter, BrivonControlAdapter } = require(root + '/lib');
+`;
+
 // A child Node.js process. Its output goes to files, which every platform can give to a process, and messages to it and
 // from it through its channel.
 class Child {
@@ -92,6 +106,11 @@ class Child {
             return { code, signal, stdout, stderr };
         });
     }
+
+    async end(signal = 'SIGKILL') {
+        this.process.kill(signal);
+        return this.exited;
+    }
 }
 
 // A program on a bus, run in a process of its own and told what to do with pieces of JavaScript.
@@ -99,13 +118,14 @@ class Endpoint extends Child {
     #answers = new Map();
     #nextId = 0;
 
-    // Resolves to an endpoint whose adapter was made with these arguments, and which tells of what it hears.
-    static async join(bus, ...args) {
+    // Resolves to an endpoint whose adapter was made with these arguments, and which ends with the test.
+    static async join(t, bus, ...args) {
         const endpoint = new Endpoint(path.join(__dirname, 'endpoint.js'), { env: { BRIVON_BUS: bus } });
+        t.after(() => endpoint.end());
         await endpoint.run(`globalThis.adapter = new BrivonAdapter(...${JSON.stringify(args)})`);
         endpoint.self = await endpoint.run('adapter.getSelfEndpoint()');
         [endpoint.appId, endpoint.appVersion, endpoint.id] = endpoint.self.slice(1, -1).split(',');
-        return endpoint;
+        return Object.assign(endpoint, { bus });
     }
 
     constructor(...args) {
@@ -136,14 +156,20 @@ class Endpoint extends Child {
         while (!(await this.run(code))) await this.run('new Promise((resolve) => setTimeout(resolve, 5))');
     }
 
-    listen() {
-        return this.run(`adapter.addMessageListener((...message) => tell({ message }));
-      adapter.addErrorListener((...error) => tell({ error })); 0`);
+    // Resolves once these and no others are in its cache.
+    sees(...others) {
+        const expected = JSON.stringify(others.map(({ self }) => self).sort());
+        return this.until(`JSON.stringify(adapter.getEndpointCacheSnapshot().sort()) === ${JSON.stringify(expected)}`);
     }
 
-    async end(signal = 'SIGKILL') {
-        this.process.kill(signal);
-        return this.exited;
+    // Tells of each message and error from now on.
+    listen() {
+        return this.run(`adapter.addMessageListener((...message) => tell({ message }));
+            adapter.addErrorListener((...error) => tell({ error })); 0`);
+    }
+
+    send(type, payload, ...target) {
+        return this.run(`adapter.sendMessage(...${JSON.stringify([type, payload, ...target])})`);
     }
 }
 
@@ -187,5 +213,8 @@ module.exports = {
     newBus,
     root,
     runScript,
+    scripted,
     temporaryFile,
+    temporaryFolder,
+    until,
 };
