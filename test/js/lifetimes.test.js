@@ -9,153 +9,105 @@ const { test } = require('node:test');
 const { Endpoint, newBus, root, runScript } = require('../support/support');
 
 // Runs on the main thread or in a worker. Messages to itself travel through the library's thread.
+const joined = `keep = new BrivonAdapter('app', '1');`;
+const sending = (count) => `
+    ${joined}
+    const self = keep.getSelfEndpoint().slice(1, -1).split(',');
+    const send = () => { for (let i = 0; i < ${count}; ++i) keep.sendMessage('t', 'p', ...self); };`;
 const points = {
     'the module is loaded': ``,
-    'an adapter exists': `keep = new BrivonAdapter('app', '1');`,
+    'an adapter exists': joined,
     'a construction was refused': `try { new BrivonAdapter('app'); } catch {}`,
     'launches are pending': `
         keep = new BrivonControlAdapter();
-        for (let i = 0; i < 100; ++i) keep.launchApp('missing', true, '', () => {});
-    `,
-    'an adapter listens': `keep = new BrivonAdapter('app', '1'); keep.addMessageListener(() => {}); keep.addErrorListener(() => {});`,
-    'an adapter has listened': `keep = new BrivonAdapter('app', '1'); keep.addMessageListener(() => {}); keep.removeAllListeners();`,
-    'messages stream in': `
-        keep = new BrivonAdapter('app', '1');
-        const [, appId, appVersion, id] = keep.getSelfEndpoint().match(/{(.*),(.*),(.*)}/);
-        const send = () => { for (let i = 0; i < 100; ++i) keep.sendMessage('t', 'p', appId, appVersion, id); };
+        for (let i = 0; i < 100; ++i) keep.launchApp('missing', true, '', () => {});`,
+    'an adapter listens': `${joined} keep.addMessageListener(() => {}); keep.addErrorListener(() => {});`,
+    'an adapter has listened': `${joined} keep.addMessageListener(() => {}); keep.removeAllListeners();`,
+    'messages stream in': `${sending(100)}
         let count = 0;
         keep.addMessageListener(() => { if (++count % 100 === 0) send(); });
-        send();
-    `,
-    'messages are queued': `
-        keep = new BrivonAdapter('app', '1');
-        const [, appId, appVersion, id] = keep.getSelfEndpoint().match(/{(.*),(.*),(.*)}/);
-        keep.addMessageListener(() => {});
-        for (let i = 0; i < 10000; ++i) keep.sendMessage('t', 'p', appId, appVersion, id);
-    `,
+        send();`,
+    'messages are queued': `${sending(10000)} keep.addMessageListener(() => {}); send();`,
 };
 const load = `const { BrivonAdapter, BrivonControlAdapter } = require(${JSON.stringify(path.join(root, 'lib'))}); let keep;`;
 const later = (action) => `setTimeout(() => { ${action} }, 20);`;
-const listens = (point) => points[point].includes('Listener(');
+const exit = later('process.exit(7)');
+const beTerminated = `setInterval(() => {}, 1000); require('node:worker_threads').parentPort.postMessage('terminate me');`;
+
+// Ways to end for the main thread and for a worker, with the exit code of each. What listens does not end by itself.
+const commonWays = [
+    { action: exit, code: 7 },
+    { action: later(`throw new Error('uncaught')`), code: 1 },
+];
+const byItself = (script) => (script.includes('Listener(') ? [] : [{ action: '', code: 0 }]);
+const ways = (script) => [{ action: 'process.exit(7)', code: 7 }, ...commonWays, ...byItself(script)];
+const workerWays = (script) => [{ action: beTerminated, code: 1 }, ...commonWays, ...byItself(script)];
+
+const runWorker = `const runWorker = (body) => new Promise((resolve) => {
+    const worker = new (require('node:worker_threads').Worker)(body, { eval: true });
+    worker.on('message', () => worker.terminate());
+    worker.on('error', () => {});
+    worker.on('exit', resolve);
+});`;
+
+async function assertEnds(script, code, bus = newBus()) {
+    const ended = await runScript(`${load}${script}`, { env: { BRIVON_BUS: bus } });
+    assert.deepEqual([ended.code, ended.signal], [code, null], `${script}\n${ended.stderr}`);
+}
 
 for (const [point, script] of Object.entries(points)) {
     test(`${point}: the main thread ends`, async () => {
-        const ways = [
-            { action: later('process.exit(7)'), code: 7 },
-            { action: `process.exit(7);`, code: 7 },
-            { action: later(`throw new Error('uncaught')`), code: 1 },
-            ...(listens(point) ? [] : [{ action: '', code: 0 }]),
-        ];
-        for (const { action, code } of ways) {
-            const ended = await runScript(`${load}${script}${action}`, { env: { BRIVON_BUS: newBus() } });
-            assert.deepEqual(
-                { code: ended.code, signal: ended.signal },
-                { code, signal: null },
-                `${action}\n${ended.stderr}`,
-            );
-        }
+        for (const { action, code } of ways(script)) await assertEnds(`${script};${action}`, code);
     });
 
     test(`${point}: workers end, one after another and beside the main thread`, async () => {
-        const ways = [
-            { action: later('process.exit(7)'), code: 7 },
-            { action: later(`throw new Error('uncaught')`), code: 1 },
-            {
-                action: `setInterval(() => {}, 1000); require('node:worker_threads').parentPort.postMessage('terminate me');`,
-                code: 1,
-            },
-            ...(listens(point) ? [] : [{ action: '', code: 0 }]),
-        ];
-        for (const beside of ['', script]) {
-            for (const { action, code } of ways) {
-                const ended = await runScript(
-                    `${beside && load}${beside}
-                    const { Worker } = require('node:worker_threads');
-                    const run = () => new Promise((resolve) => {
-                        const worker = new Worker(${JSON.stringify(load + script + action)}, { eval: true });
-                        worker.on('message', () => worker.terminate());
-                        worker.on('error', () => {});
-                        worker.on('exit', resolve);
-                    });
+        for (const beside of ['', script])
+            for (const { action, code } of workerWays(script))
+                await assertEnds(
+                    `${beside};${runWorker}
                     (async () => {
                         for (let i = 0; i < 3; ++i) {
-                            const code = await run();
+                            const code = await runWorker(${JSON.stringify(load + script + action)});
                             if (code !== ${code}) process.exit(100 + code);
                         }
                         process.exit(0);
                     })();`,
-                    { env: { BRIVON_BUS: newBus() } },
+                    0,
                 );
-                assert.deepEqual(
-                    { code: ended.code, signal: ended.signal },
-                    { code: 0, signal: null },
-                    `${action}\n${ended.stderr}`,
-                );
-            }
-        }
     });
 }
 
-test('workers that come and go at once, in every way, leave the main thread on the bus', async () => {
-    const terminate = `setInterval(() => {}, 1000); require('node:worker_threads').parentPort.postMessage('terminate me');`;
-    const bodies = Object.values(points).flatMap((script) =>
-        [later('process.exit(7)'), terminate].map((action) => load + script + action),
-    );
-    const ended = await runScript(
-        `const { Worker } = require('node:worker_threads');
-        const run = (body) => new Promise((resolve) => {
-            const worker = new Worker(body, { eval: true });
-            worker.on('message', () => worker.terminate());
-            worker.on('exit', resolve);
-        });
-        ${load}${points['messages stream in']}
+test('workers that come and go at once, in every way, leave the main thread on the bus', () => {
+    const bodies = Object.values(points).flatMap((script) => [load + script + exit, load + script + beTerminated]);
+    return assertEnds(
+        `${runWorker}${points['messages stream in']}
         (async () => {
-            for (let round = 0; round < 2; ++round) await Promise.all(${JSON.stringify(bodies)}.map(run));
+            for (let round = 0; round < 2; ++round) await Promise.all(${JSON.stringify(bodies)}.map(runWorker));
             // Every worker has silenced it.
             keep.addMessageListener(() => process.exit(0));
             send();
         })();`,
-        { env: { BRIVON_BUS: newBus() } },
+        0,
     );
-    assert.deepEqual({ code: ended.code, signal: ended.signal }, { code: 0, signal: null }, ended.stderr);
 });
 
 test('a listener keeps its process alive, and a removed one too', async () => {
-    for (const remove of ['', 'keep.removeAllListeners();']) {
-        const ended = await runScript(
-            `${load}
-      keep = new BrivonAdapter('app', '1');
-      keep.addErrorListener(() => {});
-      ${remove}
-      // Such a timer fires only in a process that something else keeps alive.
-      setTimeout(() => process.exit(9), 200).unref();
-      process.disconnect();`,
-            { env: { BRIVON_BUS: newBus() } },
+    for (const remove of ['', 'keep.removeAllListeners();'])
+        await assertEnds(
+            `${joined} keep.addErrorListener(() => {}); ${remove}
+            // Such a timer fires only in a process that something else keeps alive.
+            setTimeout(() => process.exit(9), 200).unref();
+            process.disconnect();`,
+            9,
         );
-        assert.equal(ended.code, 9, ended.stderr);
-    }
 });
 
 test('fifty processes exit with their own code in the middle of a stream from another process', async (t) => {
-    const bus = newBus();
-    const sender = await Endpoint.join(t, bus, 'sender', '1');
-    try {
-        await sender.run(`globalThis.stream = () => {
-      for (let i = 0; i < 200; ++i) adapter.sendMessage('t', 'x'.repeat(100));
-      setImmediate(stream);
+    const sender = await Endpoint.join(t, newBus(), 'sender', '1');
+    await sender.run(`globalThis.stream = () => {
+        for (let i = 0; i < 200; ++i) adapter.sendMessage('t', 'x'.repeat(100));
+        setImmediate(stream);
     }; stream(); 0`);
-        for (let i = 0; i < 50; ++i) {
-            const ended = await runScript(
-                `${load}
-        keep = new BrivonAdapter('receiver', '1');
-        let count = 0;
-        keep.addMessageListener(() => { if (++count === 500) process.exit(7); });`,
-                { env: { BRIVON_BUS: bus } },
-            );
-            const { code, signal, stderr } = ended;
-            assert.deepEqual({ code, signal }, { code: 7, signal: null }, `run ${i}: ${stderr}`);
-        }
-    } finally {
-        await sender.end();
-    }
+    const receive = `${joined} let count = 0; keep.addMessageListener(() => { if (++count === 500) process.exit(7); });`;
+    for (let i = 0; i < 50; ++i) await assertEnds(receive, 7, sender.bus);
 });
