@@ -5,26 +5,27 @@
 const assert = require('node:assert/strict');
 const { test } = require('node:test');
 
-const { lineOf, runScript } = require('../support/support');
+const { lineOf, runScript, scripted } = require('../support/support');
 
 // What every scenario begins with.
-const preamble = `
-    const { messaging, SUITE_TYPE_PREFIX, ERROR_TYPE } = require(root + '/lib/standins');
-    const { BrivonAdapter } = require(root + '/lib');
+const preamble = `${scripted}
     const from = (appId, id) => ({ type: SUITE_TYPE_PREFIX, source: { appId, id } });
     const list = (...ids) => messaging.setEndpoints(ids.map((id) => ({ appId: 'a', id })));
     const adapter = new BrivonAdapter('app', '1', 'a');
     adapter.addMessageListener(() => {});
 `;
 
-const line = (method, text) =>
-    `Info:brivonadapter: ${text} (brivonadapter.cpp.BrivonAdapter::${method}.${lineOf('src/brivonadapter.cpp', text.split(/(?<= = )/)[0])})\n`;
+// The text up to a value, or as much as is given, says which line of source writes it.
+const line = (method, text, written = text.split(/(?<= = )/)[0]) =>
+    `Info:brivonadapter: ${text} (brivonadapter.cpp.BrivonAdapter::${method}.${lineOf('src/brivonadapter.cpp', written)})\n`;
 const insert = (text) => line('insertIfNotAlreadyCached', text);
-const rebuilt = (text) => line('refreshEndPointsBrivonWillCallback', text);
-
-// The switch of modes shares one line of source.
-const switched = (text) =>
-    `Info:brivonadapter: ${text} (brivonadapter.cpp.BrivonAdapter::refreshEndPointsBrivonWillCallback.${lineOf('src/brivonadapter.cpp', 'switching to')})\n`;
+const rebuilt = (...args) => line('refreshEndPointsBrivonWillCallback', ...args);
+const rebuild = (...endpoints) => [
+    rebuilt('about to drop cache '),
+    ...endpoints.map(([appId, id]) => rebuilt(`inserted appId = ${appId} for sourceId = ${id}`)),
+];
+// Both switches share one line of source.
+const switched = (mode) => rebuilt(`switching to ${mode}`, 'switching to');
 
 const scenarios = {
     'a quiet adapter logs a full cache and exceptions only': {
@@ -32,11 +33,9 @@ const scenarios = {
             list('1');
             messaging.deliver(from('a', '1'));
             messaging.deliver(from('b', '2'));
-            messaging.setEndpoints(Array.from({ length: 200 }, (_, i) => ({ appId: 'a', id: String(i) })));
+            list(...Array.from({ length: 200 }, (_, i) => String(i)));
             messaging.answer('RefreshEndPoints', { throws: 'x' });
-            messaging.deliver(from('b', '2'));
-            messaging.deliver(from('b', '2'));
-            messaging.deliver(from('b', '2'));
+            for (let i = 0; i < 3; ++i) messaging.deliver(from('b', '2'));
             messaging.answer('IsReady', { throws: 'x' });
             new BrivonAdapter('app', '2');
             messaging.answer('IsReady', false, 22);
@@ -66,20 +65,15 @@ const scenarios = {
             list();
         `,
         log: [
-            rebuilt('about to drop cache '),
-            rebuilt('inserted appId = a for sourceId = 1'),
-            rebuilt('inserted appId = z for sourceId = 2'),
-            switched('switching to point to point'),
-            rebuilt('about to drop cache '),
-            rebuilt('inserted appId = z for sourceId = 2'),
-            rebuilt('inserted appId = a for sourceId = 1'),
-            rebuilt('about to drop cache '),
-            rebuilt('inserted appId = a for sourceId = 1'),
+            ...rebuild(['a', '1'], ['z', '2']),
+            switched('point to point'),
+            ...rebuild(['z', '2'], ['a', '1']),
+            ...rebuild(['a', '1']),
             insert('cache hit -- returning early'),
             insert('Cache stale - inserted missing EndPoint for appId = b'),
-            rebuilt('about to drop cache '),
-            switched('switching to broadcast'),
-            rebuilt('about to drop cache '),
+            ...rebuild(),
+            switched('broadcast'),
+            ...rebuild(),
         ],
     },
 };
@@ -118,10 +112,7 @@ test('the collection of a refused construction silences log and listeners, and r
             process.exit(0);
         })();
     `);
-    assert.deepEqual(JSON.parse(ended.stderr), {
-        logsAtFirst: true,
-        calls: ['GetSelfEndPoint', 'GetEndPoints', 'ReleaseEndPoints'],
-        heard: ['heard'],
-    });
+    const calls = ['GetSelfEndPoint', 'GetEndPoints', 'ReleaseEndPoints'];
+    assert.deepEqual(JSON.parse(ended.stderr), { logsAtFirst: true, calls, heard: ['heard'] });
     assert.equal(ended.code, 0);
 });

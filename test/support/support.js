@@ -184,20 +184,20 @@ async function runScript(body, options) {
     }
 }
 
-// The assertion that a process reports on standard error: its expression and the text of its source line.
-function failedAssertion({ stderr }) {
-    const report =
-        stderr.match(/^node: (?<file>[^:]+):(?<line>\d+): .*: Assertion `(?<expression>.*)' failed\.$/m) ??
-        stderr.match(/^Assertion failed: (?<expression>.*), file (?<file>.*), line (?<line>\d+)/m);
-    if (report === null) return stderr;
-    const { file, line, expression } = report.groups;
-    const source = fs.readFileSync(path.join(root, file), 'utf8').split('\n')[line - 1];
-    return { file, expression, source: source.trim() };
-}
-
 // How a process ends that fails an assertion.
 function endedAbnormally({ code, signal }) {
     return signal === 'SIGABRT' || (process.platform === 'win32' && code !== 0);
+}
+
+// The assertion that has ended a process: its expression, and the file and the text of its source line.
+function failedAssertion(ended) {
+    const report =
+        ended.stderr.match(/^node: (?<file>[^:]+):(?<line>\d+): .*: Assertion `(?<expression>.*)' failed\.$/m) ??
+        ended.stderr.match(/^Assertion failed: (?<expression>.*), file (?<file>.*), line (?<line>\d+)/m);
+    if (report === null || !endedAbnormally(ended)) return ended;
+    const { file, line, expression } = report.groups;
+    const source = fs.readFileSync(path.join(root, file), 'utf8').split('\n')[line - 1];
+    return { file, expression, source: source.trim() };
 }
 
 module.exports = {
