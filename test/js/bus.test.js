@@ -9,7 +9,15 @@ const net = require('node:net');
 const path = require('node:path');
 const { test } = require('node:test');
 
-const { buildDirectory, busFolder, Endpoint, endedAbnormally, newBus, runScript } = require('../support/support');
+const {
+    buildDirectory,
+    busFolder,
+    Endpoint,
+    endedAbnormally,
+    newBus,
+    runScript,
+    temporaryFolder,
+} = require('../support/support');
 
 const isWindows = process.platform === 'win32';
 const stopping = { skip: isWindows && 'a process cannot be stopped here' };
@@ -248,8 +256,7 @@ test('a program that sends and ends at once is heard', async (t) => {
 });
 
 test('the module runs unchanged on another implementation of the contract', async (t) => {
-    const folder = fs.mkdtempSync(path.join(buildDirectory, 'test', 'swap-'));
-    t.after(() => fs.rmSync(folder, { recursive: true }));
+    const folder = temporaryFolder(t, path.join(buildDirectory, 'test'));
     const copy = (from, pattern) => {
         for (const name of fs.readdirSync(from).filter((file) => pattern.test(file)))
             fs.copyFileSync(path.join(from, name), path.join(folder, name));

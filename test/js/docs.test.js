@@ -5,10 +5,10 @@
 const assert = require('node:assert/strict');
 const fs = require('node:fs');
 const path = require('node:path');
-const { after, test } = require('node:test');
+const { test } = require('node:test');
 const { pathToFileURL } = require('node:url');
 
-const { newBus, root, runScript } = require('../support/support');
+const { newBus, root, runScript, temporaryFolder } = require('../support/support');
 
 // A program that listens does not end by itself: it is given this time. One that ends itself must have done so by then.
 const LISTENING_MS = 1000;
@@ -18,20 +18,18 @@ const documents = ['README.md', ...fs.readdirSync(path.join(root, 'docs')).map((
     .filter((name) => name.endsWith('.md'))
     .map((name) => ({ name, text: fs.readFileSync(path.join(root, name), 'utf8').replaceAll('\r\n', '\n') }));
 
-// Every fenced block: { where, language, body }.
+// Every fenced block: { name, where, language, body }.
 const blocks = documents.flatMap(({ name, text }) =>
     [...text.matchAll(/^```(\w*)[^\n]*\n(.*?)^```$/gms)].map(({ 1: language, 2: body, index }) => ({
+        name,
         where: `${name}:${text.slice(0, index).split('\n').length}`,
         language,
         body,
     })),
 );
-const programs = blocks.filter(({ language }) => ['js', 'mjs'].includes(language));
 
 // Only files inside the package find it by its name.
-fs.mkdirSync(path.join(root, 'build'), { recursive: true });
-const folder = fs.mkdtempSync(path.join(root, 'build', 'docs-'));
-after(() => fs.rmSync(folder, { recursive: true, force: true }));
+const folder = temporaryFolder(test, path.join(root, 'build'));
 
 const importing = (file) => `import(${JSON.stringify(pathToFileURL(file).href)})`;
 
@@ -42,27 +40,20 @@ async function assertRuns(script, options) {
     assert.deepEqual({ code, signal, stderr }, { code: 0, signal: null, stderr: '' }, stdout + stderr);
 }
 
-test('there are programs in the README and in the documents of both interfaces', () => {
-    for (const name of ['README.md', path.join('docs', 'api.md'), path.join('docs', 'standins.md')])
-        assert.ok(
-            programs.some(({ where }) => where.startsWith(`${name}:`)),
-            name,
-        );
-});
-
-test('every program runs', { concurrency: 4 }, async (t) => {
-    await Promise.all(
-        programs.map(({ where, language, body }, index) =>
-            t.test(where, () => {
-                const file = path.join(folder, `program-${index}.${language}`);
-                fs.writeFileSync(file, body);
-                const isEnding = body.includes('process.exit(');
-                return assertRuns(`${importing(file)}.then(() =>
-                    setTimeout(() => process.exit(${isEnding ? 9 : 0}), ${isEnding ? ENDING_MS : LISTENING_MS}).unref(),
-                );`);
-            }),
-        ),
-    );
+test('every program runs, of the README and of the documents of both interfaces', { concurrency: 4 }, async (t) => {
+    const programs = blocks.filter(({ language }) => ['js', 'mjs'].includes(language));
+    for (const document of ['README.md', path.join('docs', 'api.md'), path.join('docs', 'standins.md')])
+        assert.ok(programs.some(({ name }) => name === document));
+    const run = ({ where, language, body }, index) =>
+        t.test(where, () => {
+            const file = path.join(folder, `program-${index}.${language}`);
+            fs.writeFileSync(file, body);
+            const [code, limit] = body.includes('process.exit(') ? [9, ENDING_MS] : [0, LISTENING_MS];
+            return assertRuns(
+                `${importing(file)}.then(() => setTimeout(() => process.exit(${code}), ${limit}).unref());`,
+            );
+        });
+    await Promise.all(programs.map(run));
 });
 
 test('the tests of the example application pass', () =>
@@ -71,11 +62,8 @@ test('the tests of the example application pass', () =>
 test('relative links lead to files', () => {
     for (const { name, text } of documents) {
         const prose = text.replace(/^```.*?^```$/gms, '').replace(/`[^`]*`/g, '');
-        for (const [, target] of prose.matchAll(/\]\(([^)\s]+)\)/g)) {
-            if (/^[a-z]+:|^#/i.test(target)) continue;
-            const file = path.join(root, path.dirname(name), target.replace(/#.*/, ''));
-            assert.ok(fs.existsSync(file), `${name} links to ${target}`);
-        }
+        for (const [, target] of prose.matchAll(/\]\((?![a-z]+:|#)([^)\s#]+)/gi))
+            assert.ok(fs.existsSync(path.join(root, path.dirname(name), target)), `${name} links to ${target}`);
     }
 });
 

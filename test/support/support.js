@@ -71,8 +71,9 @@ function temporaryFile() {
 }
 
 // A folder that is removed after the test, or after the file of tests when this is given node:test itself.
-function temporaryFolder(t) {
-    const folder = fs.mkdtempSync(path.join(fs.realpathSync(os.tmpdir()), 'brivonjs-'));
+function temporaryFolder(t, parent = os.tmpdir()) {
+    fs.mkdirSync(parent, { recursive: true });
+    const folder = fs.mkdtempSync(path.join(fs.realpathSync(parent), 'brivonjs-'));
     t.after(() => fs.rmSync(folder, { recursive: true, force: true }));
     return folder;
 }
