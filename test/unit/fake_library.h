@@ -5,36 +5,30 @@
 
 #include "BrivonMessage5.h"
 
+#include <map>
 #include <string>
 #include <vector>
 
 namespace fake {
 
-// A text field as the library reports it: size bytes, of which `bytes` are written by the getter.
-struct Field {
-    std::string bytes; // including what terminates them
-    int reads = 0;     // calls of the getter
-};
-
-struct Message {
-    Field type{std::string(1, '\0')};
-    Field appId{std::string(1, '\0')};
-    Field appVersion{std::string(1, '\0')};
-    Field payload{std::string(1, '\0')};
-    Field error{std::string(1, '\0')};
-    Field fault{std::string(1, '\0')};
+// What stands behind every object. A text field is what its getter writes, terminator included, and has size 0 until it
+// is set.
+struct Record {
+    std::map<std::string, std::string> texts; // by the names of the accessors
     std::vector<kesta::brivon::api5::EndPoint> destinations;
 };
 
+// Messages with an open record.
 struct Suite : kesta::brivon::api5::SuiteMessage {
-    Suite();
-    Message& fields() const { return *static_cast<Message*>(fields_); }
+    Suite()
+        : SuiteMessage("") {}
+    Record& record() const { return *static_cast<Record*>(fields_); }
 };
 
 struct Error : kesta::brivon::api5::ErrorMessage {
     Error() = default;
     ~Error() override = default;
-    Message& fields() const { return *static_cast<Message*>(fields_); }
+    Record& record() const { return *static_cast<Record*>(fields_); }
 };
 
 } // namespace fake

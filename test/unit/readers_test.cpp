@@ -10,12 +10,11 @@ using namespace std::string_literals;
 namespace {
 
 TEST(Readers, CutEveryFieldButThePayloadAtItsFirstNul) {
-    struct Case {
+    const struct {
         std::string bytes;
         std::string text;
         std::string payload;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {""s, "", ""},
         {"\0"s, "", ""},
         {"a\0"s, "a", "a"},
@@ -24,46 +23,34 @@ TEST(Readers, CutEveryFieldButThePayloadAtItsFirstNul) {
         {"no terminator"s, "no terminator", "no terminato"},
         {"\xC3\xA4,{}\0"s, "\xC3\xA4,{}", "\xC3\xA4,{}"},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         const fake::Suite suite;
-        fake::Message& fields = suite.fields();
-        fields.type.bytes = fields.appId.bytes = fields.appVersion.bytes = fields.payload.bytes = c.bytes;
+        for (const char* name : {"Type", "AppId", "AppVersion", "Payload"})
+            suite.record().texts[name] = c.bytes;
         EXPECT_EQ(readType(suite), c.text);
         EXPECT_EQ(readAppId(suite), c.text);
         EXPECT_EQ(readAppVersion(suite), c.text);
         EXPECT_EQ(readPayload(suite), c.payload);
-        EXPECT_EQ(fields.payload.reads, c.bytes.size() < 2 ? 0 : 1);
 
         const fake::Error error;
-        error.fields().error.bytes = c.bytes;
-        error.fields().fault.bytes = "f" + c.bytes;
+        error.record().texts["Error"] = c.bytes;
+        error.record().texts["Fault"] = "f" + c.bytes;
         EXPECT_EQ(readError(error), c.text);
         EXPECT_EQ(readFault(error), "f" + c.text);
     }
 }
 
-EndPoint endPoint(const char* id, const char* appId, const char* appVersion) {
-    EndPoint made;
-    made.SetId(id);
-    made.SetAppId(appId);
-    made.SetAppVersion(appVersion);
-    return made;
-}
-
-TEST(Readers, WriteAnEndPointWithoutQuoting) {
-    EXPECT_EQ(endPointToString(endPoint("7", "app", "1.0")), "{app,1.0,7}");
-    EXPECT_EQ(endPointToString(endPoint("", "a,b", "{}")), "{a,b,{},}");
-    EXPECT_EQ(endPointToString(EndPoint()), "{,,}");
-}
-
-TEST(Readers, CopyDestinationsInOrder) {
+TEST(Readers, CopyDestinationsInOrderAndWriteThemWithoutQuoting) {
     fake::Suite suite;
     EXPECT_TRUE(readDestinations(suite).empty());
-    const EndPoint two[] = {endPoint("1", "a", ""), endPoint("2", "b", "")};
+    EndPoint two[2];
+    two[0].SetAppId("a,b");
+    two[0].SetAppVersion("{}");
+    two[1].SetId("7");
     suite.SetDestinations(two, 2);
     const std::vector<EndPoint> destinations = readDestinations(suite);
     ASSERT_EQ(destinations.size(), 2U);
-    EXPECT_EQ(readId(destinations[0]) + readAppId(destinations[1]), "1b");
+    EXPECT_EQ(endPointToString(destinations[0]) + endPointToString(destinations[1]), "{a,b,{},}{,,7}");
 }
 
 TEST(Readers, ClassifyErrorsBeforePrefixes) {
@@ -74,54 +61,6 @@ TEST(Readers, ClassifyErrorsBeforePrefixes) {
     EXPECT_TRUE(isSuiteMessage("suite/anything"));
     EXPECT_FALSE(isSuiteMessage(" suite/anything"));
     EXPECT_FALSE(isSuiteMessage("suite"));
-}
-
-// The dispatcher's list operations alone.
-class ListingDispatcher final : public IBrivonMessageDispatcher {
-public:
-    explicit ListingDispatcher(std::vector<EndPoint> endPoints, bool isCountWithheld = false)
-        : endPoints_(std::move(endPoints))
-        , isCountWithheld_(isCountWithheld) {}
-
-    std::vector<const EndPoint*> released;
-    EndPoint* array() { return endPoints_.data(); }
-
-    void GetEndPoints(EndPoint** endPoints, size_t* count) override {
-        EXPECT_EQ(*endPoints, nullptr);
-        EXPECT_EQ(*count, 0U);
-        *endPoints = array();
-        *count = isCountWithheld_ ? 0 : endPoints_.size();
-    }
-    void ReleaseEndPoints(EndPoint* endPoints) override { released.push_back(endPoints); }
-
-    void Reserved0() override {}
-    BrivonMessageErrorCode Send(const SuiteMessage&) override { return BrivonMessageErrorCode_Success; }
-    void AddMessageListener(IBrivonMessageListener*) override {}
-    void RemoveMessageListener(IBrivonMessageListener*) override {}
-    void AddErrorListener(IBrivonMessageListener*) override {}
-    void RemoveErrorListener(IBrivonMessageListener*) override {}
-    void RegisterEndPointsCallback(EndPointsCallback, void*) override {}
-    void UnregisterEndPointsCallback(EndPointsCallback, void*) override {}
-    void RefreshEndPoints() override {}
-    bool IsRefreshing() override { return false; }
-    EndPoint GetSelfEndPoint() override { return {}; }
-    bool IsReady() override { return true; }
-
-private:
-    std::vector<EndPoint> endPoints_;
-    bool isCountWithheld_;
-};
-
-TEST(Readers, GiveAnEndPointListBackOnceUnlessItIsEmpty) {
-    ListingDispatcher three({endPoint("1", "", ""), endPoint("2", "", ""), endPoint("3", "", "")});
-    const std::vector<EndPoint> list = listEndPoints(three);
-    ASSERT_EQ(list.size(), 3U);
-    EXPECT_EQ(readId(list[0]) + readId(list[1]) + readId(list[2]), "123");
-    EXPECT_EQ(three.released, std::vector<const EndPoint*>{three.array()});
-
-    ListingDispatcher withheld({endPoint("1", "", "")}, true);
-    EXPECT_TRUE(listEndPoints(withheld).empty());
-    EXPECT_TRUE(withheld.released.empty());
 }
 
 } // namespace
