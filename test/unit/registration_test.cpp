@@ -3,6 +3,10 @@
 #include <gtest/gtest.h>
 #include <node_api.h>
 
+#include <algorithm>
+
+#define EXPORTED extern "C" __attribute__((visibility("default")))
+
 namespace {
 
 napi_module* registered = nullptr;
@@ -10,18 +14,16 @@ int registrations = 0;
 
 } // namespace
 
-extern "C" __attribute__((visibility("default"))) void napi_module_register(napi_module* module) {
+EXPORTED void napi_module_register(napi_module* module) {
     registered = module;
     ++registrations;
 }
 
 // Never called: the module keeps these functions' addresses, which the loader wants to find.
-extern "C" __attribute__((visibility("default"))) napi_status napi_create_error(napi_env, napi_value, napi_value,
-                                                                                napi_value*) {
+EXPORTED napi_status napi_create_error(napi_env, napi_value, napi_value, napi_value*) {
     return napi_generic_failure;
 }
-extern "C" __attribute__((visibility("default"))) napi_status napi_create_type_error(napi_env, napi_value, napi_value,
-                                                                                     napi_value*) {
+EXPORTED napi_status napi_create_type_error(napi_env, napi_value, napi_value, napi_value*) {
     return napi_generic_failure;
 }
 
@@ -35,6 +37,5 @@ TEST(Registration, HandsItsRecordOverWhileTheFileIsLoaded) {
     EXPECT_NE(registered->nm_register_func, nullptr);
     EXPECT_STREQ(registered->nm_modname, "BrivonJS");
     EXPECT_EQ(registered->nm_priv, nullptr);
-    for (const void* reserved : registered->reserved)
-        EXPECT_EQ(reserved, nullptr);
+    EXPECT_EQ(std::count(std::begin(registered->reserved), std::end(registered->reserved), nullptr), 4);
 }
