@@ -263,10 +263,17 @@ test('the module runs unchanged on another implementation of the contract', asyn
     };
     copy(buildDirectory, /BrivonJS.node|BrivonControl/);
     copy(path.join(buildDirectory, 'test', 'another'), /./);
-    const ended = await runScript(
-        `${adapter} adapter.sendMessage('type', 'payload'); console.log(adapter.getSelfEndpoint());`,
-        { env: { BRIVONJS_MODULE: path.join(folder, 'BrivonJS.node') } },
-    );
-    const stdout = 'another library sends brivon.SuiteMessage.type: payload\n{another library,,}\n';
+    // That library has as many endpoints as the version says, and answers this type with two messages.
+    const script = `${adapter}
+        let count = 0;
+        adapter.addMessageListener((...message) => {
+            console.log(message.join('|'));
+            if (++count === 2) process.exit(0);
+        });
+        console.log(adapter.getSelfEndpoint(), adapter.getEndpoints().join());
+        adapter.sendMessage('flood:2:3:0', '');`;
+    const ended = await runScript(script, { env: { BRIVONJS_MODULE: path.join(folder, 'BrivonJS.node') } });
+    const message = 'brivon.SuiteMessage.flood|xxx|calendar|3.0|endpoint-0\n';
+    const stdout = `{calendar,3.0,endpoint} {calendar,3.0,endpoint-0}\n${message}${message}`;
     assert.deepEqual(ended, { code: 0, signal: null, stdout, stderr: '' });
 });

@@ -1,13 +1,97 @@
+// Over records of any shape: the value classes of the contract are this file's own.
 #include "brivonadapter_readers.h"
-
-#include "fake_library.h"
 
 #include <gtest/gtest.h>
 
-using namespace kesta::brivon::api5;
+#include <cstring>
+#include <map>
+
 using namespace std::string_literals;
 
 namespace {
+
+// What stands behind every object. A text is what its getter writes, with a terminator or without, and has size 0 until
+// it is set.
+struct Record {
+    std::map<std::string, std::string> texts; // by the names of the accessors
+    std::vector<kesta::brivon::api5::EndPoint> destinations;
+};
+
+Record& record(void* fields) {
+    return *static_cast<Record*>(fields);
+}
+
+} // namespace
+
+namespace kesta::brivon::api5 {
+
+#define GETTERS(Class, Name)                                                                                           \
+    size_t Class::Get##Name##Size() const {                                                                            \
+        return record(fields_).texts[#Name].size();                                                                    \
+    }                                                                                                                  \
+    void Class::Get##Name(char* text) const {                                                                          \
+        const std::string& bytes = record(fields_).texts[#Name];                                                       \
+        std::memcpy(text, bytes.data(), bytes.size());                                                                 \
+    }
+GETTERS(EndPoint, Id)
+GETTERS(EndPoint, AppId)
+GETTERS(EndPoint, AppVersion)
+GETTERS(BrivonMessage, Type)
+GETTERS(BrivonMessage, AppId)
+GETTERS(BrivonMessage, AppVersion)
+GETTERS(SuiteMessage, Payload)
+GETTERS(ErrorMessage, Error)
+GETTERS(ErrorMessage, Fault)
+
+EndPoint::EndPoint()
+    : fields_(new Record) {}
+EndPoint::EndPoint(const EndPoint& other)
+    : fields_(new Record(record(other.fields_))) {}
+EndPoint& EndPoint::operator=(const EndPoint& other) {
+    record(fields_) = record(other.fields_);
+    return *this;
+}
+EndPoint::~EndPoint() {
+    delete &record(fields_);
+}
+
+BrivonMessage::BrivonMessage(const char*)
+    : fields_(new Record) {}
+BrivonMessage::~BrivonMessage() {
+    delete &record(fields_);
+}
+
+const char* const SuiteMessage::TYPE_PREFIX = "suite/";
+SuiteMessage::SuiteMessage(const char* type)
+    : BrivonMessage(type) {}
+SuiteMessage::~SuiteMessage() = default;
+size_t SuiteMessage::GetDestinationCount() const {
+    return record(fields_).destinations.size();
+}
+void SuiteMessage::GetDestinations(EndPoint* destinations) const {
+    for (const EndPoint& destination : record(fields_).destinations)
+        *destinations++ = destination;
+}
+
+// Begins with the prefix, so that the order of the two tests of a type shows.
+const char* const ErrorMessage::TYPE = "suite/error";
+ErrorMessage::ErrorMessage()
+    : BrivonMessage(TYPE) {}
+ErrorMessage::~ErrorMessage() = default;
+
+} // namespace kesta::brivon::api5
+
+namespace {
+
+using namespace kesta::brivon::api5;
+
+// An object whose record is open.
+template <typename Class>
+struct Open : Class {
+    using Class::Class;
+    std::string& text(const char* name) { return record(this->fields_).texts[name]; }
+    std::vector<EndPoint>& destinations() { return record(this->fields_).destinations; }
+};
 
 TEST(Readers, CutEveryFieldButThePayloadAtItsFirstNul) {
     const struct {
@@ -24,33 +108,31 @@ TEST(Readers, CutEveryFieldButThePayloadAtItsFirstNul) {
         {"\xC3\xA4,{}\0"s, "\xC3\xA4,{}", "\xC3\xA4,{}"},
     };
     for (const auto& c : cases) {
-        const fake::Suite suite;
-        for (const char* name : {"Type", "AppId", "AppVersion", "Payload"})
-            suite.record().texts[name] = c.bytes;
+        Open<SuiteMessage> suite("");
+        suite.text("Type") = suite.text("AppId") = suite.text("AppVersion") = suite.text("Payload") = c.bytes;
         EXPECT_EQ(readType(suite), c.text);
         EXPECT_EQ(readAppId(suite), c.text);
         EXPECT_EQ(readAppVersion(suite), c.text);
         EXPECT_EQ(readPayload(suite), c.payload);
 
-        const fake::Error error;
-        error.record().texts["Error"] = c.bytes;
-        error.record().texts["Fault"] = "f" + c.bytes;
+        Open<ErrorMessage> error;
+        error.text("Error") = c.bytes;
+        error.text("Fault") = "f" + c.bytes;
         EXPECT_EQ(readError(error), c.text);
         EXPECT_EQ(readFault(error), "f" + c.text);
-    }
-}
 
-TEST(Readers, CopyDestinationsInOrderAndWriteThemWithoutQuoting) {
-    fake::Suite suite;
-    EXPECT_TRUE(readDestinations(suite).empty());
-    EndPoint two[2];
-    two[0].SetAppId("a,b");
-    two[0].SetAppVersion("{}");
-    two[1].SetId("7");
-    suite.SetDestinations(two, 2);
-    const std::vector<EndPoint> destinations = readDestinations(suite);
-    ASSERT_EQ(destinations.size(), 2U);
-    EXPECT_EQ(endPointToString(destinations[0]) + endPointToString(destinations[1]), "{a,b,{},}{,,7}");
+        Open<EndPoint> endPoint;
+        endPoint.text("AppId") = endPoint.text("AppVersion") = c.bytes;
+        endPoint.text("Id") = "i" + c.bytes;
+        EXPECT_EQ(endPointToString(endPoint), "{" + c.text + "," + c.text + ",i" + c.text + "}");
+
+        EXPECT_TRUE(readDestinations(suite).empty());
+        suite.destinations() = {endPoint, EndPoint()};
+        const std::vector<EndPoint> destinations = readDestinations(suite);
+        ASSERT_EQ(destinations.size(), 2U);
+        EXPECT_EQ(readId(destinations[0]), "i" + c.text);
+        EXPECT_EQ(endPointToString(destinations[1]), "{,,}");
+    }
 }
 
 TEST(Readers, ClassifyErrorsBeforePrefixes) {
