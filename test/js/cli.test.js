@@ -39,7 +39,6 @@ const records = (lines) =>
         return record;
     });
 const fields = ({ appId, appVersion, id }) => ({ appId, appVersion, id });
-const sees = (endpoint, pattern) => endpoint.until(`${pattern}.test(adapter.getEndpoints().join())`);
 
 test('help and version are answered, and a wrong usage is refused with the right one', async (t) => {
     // Without a module, since none of this needs one.
@@ -88,12 +87,20 @@ test('endpoints prints the others as JSON lines and ends', async (t) => {
     }
 });
 
-test('endpoints --follow prints who is there, who joins and who leaves', async (t) => {
+// Ctrl-C takes the tool off the bus.
+async function assertInterrupted(tool, witness) {
+    if (isWindows) return; // where a signal ends a process at once
+    const { code, signal } = await tool.end('SIGINT');
+    assert.deepEqual({ code, signal }, { code: 130, signal: null });
+    await witness.sees();
+}
+
+test('endpoints --follow prints who is there, who joins and who leaves, until Ctrl-C', async (t) => {
     const a = await Endpoint.join(t, newBus(), 'A', '1');
     const args = ['endpoints', '-f', '--app-id', 'me', '--app-version', '7'];
     const follower = start(t, args, { BRIVON_BUS: a.bus });
     await written(follower, 'stdout', 1);
-    await sees(a, '/^{me,7,[0-9a-f]{32}}$/');
+    await a.until('/^{me,7,[0-9a-f]{32}}$/.test(adapter.getEndpoints().join())');
     const b = await Endpoint.join(t, a.bus, 'B', '2');
     await written(follower, 'stdout', 2);
     await b.end();
@@ -102,26 +109,24 @@ test('endpoints --follow prints who is there, who joins and who leaves', async (
         { event: 'joined', ...fields(b) },
         { event: 'left', ...fields(b) },
     ]);
+    await assertInterrupted(follower, a);
 });
 
-test('monitor prints what reaches it, whole', async (t) => {
+test('monitor listens until Ctrl-C', async (t) => {
     const a = await Endpoint.join(t, newBus(), 'A', '1', 'brivonjs-monitor');
     const monitor = start(t, ['monitor'], { BRIVON_BUS: a.bus });
     const [listening] = await written(monitor, 'stderr', 1);
-    assert.match(listening, new RegExp(`^brivonjs: listening as {brivonjs-monitor,${version},[0-9a-f]{32}}$`));
-    await sees(a, '/brivonjs-monitor/');
-    const payload = 'line\r\n\u001b[2J "日🙂"'.repeat(1000);
-    await a.send('ping', payload);
-    assert.deepEqual(records(await written(monitor, 'stdout', 1)), [
-        { event: 'message', type: 'brivon.SuiteMessage.ping', payload, appId: 'A', appVersion: '1', sourceId: a.id },
-    ]);
+    const [, self] = listening.match(/^brivonjs: listening as (.*)$/);
+    assert.match(self, new RegExp(`^{brivonjs-monitor,${version},[0-9a-f]{32}}$`));
+    await a.sees({ self });
+    await assertInterrupted(monitor, a);
 });
 
 // Runs a tool on scripted libraries, ends it after so many lines as Ctrl-C does, and resolves to those.
 async function scriptedLines(args, count, { before = '', then = '' }) {
     const { code, stdout } = await runScript(
         `
-        const { messaging, SUITE_TYPE_PREFIX, ERROR_TYPE } = require(root + '/lib/standins');
+        const { messaging } = require(root + '/lib/standins');
         const write = process.stdout.write.bind(process.stdout);
         let missing = ${count};
         process.stdout.write = (text) => {
@@ -138,19 +143,23 @@ async function scriptedLines(args, count, { before = '', then = '' }) {
     return stdout.split('\n').slice(0, -1);
 }
 
-test('monitor prints errors', async () => {
-    const then = `messaging.deliver({ type: ERROR_TYPE, error: 'Destination unreachable', fault: '{A,1,7}' });`;
-    assert.deepEqual(records(await scriptedLines(['monitor'], 1, { then })), [
-        { event: 'error', type: 'brivon.ErrorMessage', error: 'Destination unreachable', fault: '{A,1,7}' },
+const deliver = (message) => `messaging.deliver(${JSON.stringify(message)});`;
+const source = { id: '0123456789abcdef', appId: 'notes', appVersion: '2.1' };
+const ping = (payload) => deliver({ ...source, source, type: 'brivon.SuiteMessage.ping', payload });
+
+test('monitor prints messages and errors whole', async () => {
+    const payload = 'line\r\n\u001b[2J "日🙂"'.repeat(1000);
+    const error = { type: 'brivon.ErrorMessage', error: 'Destination unreachable', fault: '{A,1,7}' };
+    const { id: sourceId, ...sender } = source;
+    assert.deepEqual(records(await scriptedLines(['monitor'], 2, { then: ping(payload) + deliver(error) })), [
+        { event: 'message', type: 'brivon.SuiteMessage.ping', payload, sourceId, ...sender },
+        { event: 'error', ...error },
     ]);
 });
 
 test('a terminal gets columns, one line for each message, none wider than the terminal', async () => {
     const terminal = `Object.assign(process.stdout, { isTTY: true, columns: 60 });`;
-    const source = `{ id: '0123456789abcdef', appId: 'notes', appVersion: '2.1' }`;
-    const payloads = ['a\n\u001b[2J\u202e', '日🙂é', '日'.repeat(1000)];
-    const then = `for (const payload of ${JSON.stringify(payloads)})
-        messaging.deliver({ ...${source}, source: ${source}, type: SUITE_TYPE_PREFIX + 'ping', payload });`;
+    const then = ['a\n\u001b[2J\u202e', '日🙂é', '日'.repeat(1000)].map(ping).join('');
     const monitored = await scriptedLines(['monitor'], 4, { before: terminal, then });
     assert.deepEqual(
         monitored.map((line) => line.replace(/^\d\d:\d\d:\d\d/, '12:34:56')),
@@ -161,7 +170,8 @@ test('a terminal gets columns, one line for each message, none wider than the te
             '12:34:56  notes  2.1      01234567…  ping  日日日日日日日日…',
         ],
     );
-    const before = `${terminal} messaging.setEndpoints([${source}, { id: '7', appId: 'tab\\t', appVersion: '' }]);`;
+    const endpoints = [source, { id: '7', appId: 'tab\t', appVersion: '' }];
+    const before = `${terminal} messaging.setEndpoints(${JSON.stringify(endpoints)});`;
     assert.deepEqual(await scriptedLines(['endpoints'], 3, { before }), [
         'APP    VERSION  ID',
         'notes  2.1      0123456789abcdef',
@@ -169,21 +179,6 @@ test('a terminal gets columns, one line for each message, none wider than the te
     ]);
     const json = await scriptedLines(['endpoints', '--json'], 2, { before });
     assert.equal(JSON.parse(json[1]).appId, 'tab\t');
-});
-
-test('Ctrl-C takes a tool off the bus', { skip: isWindows && 'a signal ends a process at once here' }, async (t) => {
-    const a = await Endpoint.join(t, newBus(), 'A', '1');
-    for (const [args, stream] of [
-        [['monitor'], 'stderr'],
-        [['endpoints', '--follow'], 'stdout'],
-    ]) {
-        const tool = start(t, args, { BRIVON_BUS: a.bus });
-        await written(tool, stream, 1);
-        await sees(a, '/brivonjs-/');
-        const { code, signal } = await tool.end('SIGINT');
-        assert.deepEqual({ code, signal }, { code: 130, signal: null });
-        await sees(a, '/^$/');
-    }
 });
 
 test('a tool ends quietly when its reader has gone', { skip: isWindows && 'pipes are not enough here' }, async (t) => {
