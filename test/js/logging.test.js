@@ -53,7 +53,7 @@ const scenarios = {
     },
     'a verbose adapter logs rebuilds, hits, insertions and switches of mode': {
         script: `
-            if (adapter.setVerboseLogging(false) !== null) process.exit(1);
+            for (const argument of [true, false]) if (adapter.setVerboseLogging(argument) !== null) process.exit(1);
             messaging.answer('RefreshEndPoints', false, Infinity);
             const endpoints = [{ appId: 'a', id: '1' }, { appId: 'z', id: '2' }];
             messaging.setEndpoints(endpoints);
