@@ -23,22 +23,30 @@ function construct(...args) {
     return adapter;
 }
 
-const operations = () => messaging.takeCalls().map(({ operation }) => operation);
+const toOperations = (calls) => calls.map(({ operation }) => operation);
+const operations = () => toOperations(messaging.takeCalls());
 // What every registered adapter asks of the library when it is told of a new list.
 const rebuilds = () => adapters.flatMap(() => ['GetSelfEndPoint', 'GetEndPoints', 'ReleaseEndPoints']);
 const rebuildsFromNone = () => adapters.flatMap(() => ['GetSelfEndPoint', 'GetEndPoints']);
 
-// Listens anew, and has heard nothing before.
-async function assertHearsFromNowOn(adapter, messages, errors) {
+// Adds a listener of each kind, which logs what it is called with.
+function listen(adapter, messages = new CallLog(), errors = new CallLog()) {
     adapter.addMessageListener(messages.callback);
     adapter.addErrorListener(errors.callback);
-    messaging.deliver({ type: ERROR_TYPE, error: 'heard', fault: '' });
-    messaging.deliver(message(endpoint('a', '1'), { payload: 'heard' }));
-    for (const log of [messages, errors])
-        assert.deepEqual(
-            (await log.atLeast(1)).map(([, content]) => content),
-            ['heard'],
-        );
+    messaging.takeCalls();
+    return [messages, errors];
+}
+
+const deliverPayload = (payload) => messaging.deliver(message(endpoint('a', '1'), { payload }));
+const deliverError = (error) => messaging.deliver({ type: ERROR_TYPE, error, fault: '' });
+const contents = async (log, count) => (await log.atLeast(count)).map(([, content]) => content);
+
+// Listens anew, and has heard nothing before.
+async function assertHearsFromNowOn(adapter, ...logs) {
+    listen(adapter, ...logs);
+    deliverError('heard');
+    deliverPayload('heard');
+    for (const log of logs) assert.deepEqual(await contents(log, 1), ['heard']);
 }
 
 beforeEach(() => {
@@ -66,7 +74,7 @@ test('construction configures, acquires, waits, registers and refreshes, in this
         adapters.push(new BrivonAdapter('first\0cut', 'second', 'third', 4));
         const made = messaging.takeCalls();
         assert.deepEqual(made[0].arguments, ['first', 'second']);
-        const by = (wanted) => made.filter(({ thread }) => thread === wanted).map(({ operation }) => operation);
+        const by = (wanted) => toOperations(made.filter(({ thread }) => thread === wanted));
         assert.deepEqual(by('caller'), ['SetConfig', 'GetInstance', ...calls]);
         assert.deepEqual(by('library'), isRefreshed ? rebuildsFromNone() : []);
         messaging.reset();
@@ -98,10 +106,7 @@ test('every method answers as promised after its calls of the library', () => {
     ]) {
         assert.equal(adapter[method](...args), result, method);
         const calls = messaging.takeCalls();
-        assert.deepEqual(
-            calls.map(({ operation }) => operation),
-            expected,
-        );
+        assert.deepEqual(toOperations(calls), expected);
         for (const call of calls) if (call.operation.endsWith('Listener')) labels.add(call.arguments[0]);
     }
     assert.equal(labels.size, 1, 'an adapter is one listener');
@@ -181,14 +186,13 @@ test('a refused send makes the next accepted one refresh, once', () => {
 
 test('messages and errors reach their listeners with all fields, however many are queued', async () => {
     const adapter = construct();
-    const [messages, errors] = [new CallLog(), new CallLog()];
+    const [messages, errors] = listen(adapter);
     adapter.addMessageListener(function (...fields) {
         messages.callback(this, ...fields);
         return Promise.reject; // anything
     });
-    adapter.addErrorListener(errors.callback);
     const source = endpoint('A,{', '7\0cut', 'V\0');
-    const payloads = [
+    const texts = [
         'plain',
         undefined,
         '',
@@ -196,21 +200,17 @@ test('messages and errors reach their listeners with all fields, however many ar
         'Übung 日本語 🙂',
         ...Array.from({ length: 3000 }, (_, i) => `${i}`),
     ];
-    for (const payload of payloads) messaging.deliver(message(source, { appId: 'A\0', appVersion: '1\0x', payload }));
-    assert.deepEqual(
-        await messages.atLeast(payloads.length),
-        payloads.map((payload = '') => [undefined, `${SUITE_TYPE_PREFIX}t`, payload, 'A', '1', '7']),
-    );
+    for (const payload of texts) messaging.deliver(message(source, { appId: 'A\0', appVersion: '1\0x', payload }));
+    const expected = texts.map((payload = '') => [undefined, `${SUITE_TYPE_PREFIX}t`, payload, 'A', '1', '7']);
+    assert.deepEqual(await messages.atLeast(texts.length), expected);
     messaging.deliver({ type: ERROR_TYPE, error: 'went\0', fault: 'wrong' });
     assert.deepEqual(await errors.atLeast(1), [[ERROR_TYPE, 'went', 'wrong']]);
 });
 
 test('the latest listener of any adapter receives what every adapter is handed', async () => {
-    const [one, two] = [construct(), construct()];
-    const [first, second] = [new CallLog(), new CallLog()];
-    one.addMessageListener(first.callback);
-    two.addMessageListener(second.callback);
-    messaging.deliver(message(endpoint('a', '1')));
+    const [first] = listen(construct());
+    const [second] = listen(construct());
+    deliverPayload('p');
     assert.equal((await second.atLeast(2)).length, 2);
     assert.deepEqual(first.calls, []);
 });
@@ -218,24 +218,22 @@ test('the latest listener of any adapter receives what every adapter is handed',
 // A delivery that meets an empty handle must vanish; the delivery after it shows that it has.
 test('deliveries without a listener are dropped', async () => {
     const [one, two] = [construct(), construct()];
-    const [messages, errors] = [new CallLog(), new CallLog()];
+    const messages = new CallLog();
     one.addMessageListener(messages.callback);
     messaging.deliver({ type: ERROR_TYPE, error: 'e', fault: 'f', listeners: 'message' });
 
     // Silenced by the other adapter, while the library goes on delivering to this one.
-    one.addErrorListener(errors.callback);
+    const [, errors] = listen(one, messages);
     two.removeAllListeners();
-    messaging.deliver(message(endpoint('a', '1'), { payload: 'dropped' }));
-    messaging.deliver({ type: ERROR_TYPE, error: 'dropped', fault: '' });
+    deliverPayload('dropped');
+    deliverError('dropped');
     one.removeAllListeners();
-    messaging.deliver(message(endpoint('a', '1'), { payload: 'unregistered' }));
+    deliverPayload('unregistered');
     await assertHearsFromNowOn(one, messages, errors);
 });
 
 test('only an unreachable destination, or a stale list, makes a delivery refresh first', async () => {
-    const adapter = construct();
-    const messages = new CallLog();
-    adapter.addMessageListener(messages.callback);
+    const [messages] = listen(construct());
     const [known, unknown] = [endpoint('a', '1'), endpoint('a', '2')];
     messaging.setEndpoints([known]);
     operations();
@@ -286,10 +284,9 @@ test('the cache takes 200 single endpoints, and a rebuild of any size', () => {
 
 test('a collected adapter unregisters, releases once, and silences the others', async () => {
     const survivor = construct();
-    const [messages, errors] = [new CallLog(), new CallLog()];
-    survivor.addMessageListener(messages.callback);
-    survivor.addErrorListener(errors.callback);
-    const label = messaging.takeCalls()[0].arguments[0];
+    survivor.addMessageListener(() => {});
+    const [{ arguments: label }] = messaging.takeCalls();
+    const logs = listen(survivor);
     const seen = [];
     (() => new BrivonAdapter('dropped', '1'))();
     messaging.takeCalls();
@@ -297,32 +294,25 @@ test('a collected adapter unregisters, releases once, and silences the others', 
         seen.push(...messaging.takeCalls());
         return seen.some(({ operation }) => operation === 'ReleaseInstance');
     });
-    assert.deepEqual(
-        seen.map(({ operation }) => operation),
-        ['UnregisterEndPointsCallback', 'ReleaseInstance'],
-    );
-    assert.notEqual(seen[0].arguments[0], label);
-    messaging.deliver(message(endpoint('a', '1'), { payload: 'dropped' }));
-    messaging.deliver({ type: ERROR_TYPE, error: 'dropped', fault: '' });
-    await assertHearsFromNowOn(survivor, messages, errors);
+    assert.deepEqual(toOperations(seen), ['UnregisterEndPointsCallback', 'ReleaseInstance']);
+    assert.notDeepEqual(seen[0].arguments, label);
+    deliverPayload('dropped');
+    deliverError('dropped');
+    await assertHearsFromNowOn(survivor, ...logs);
 });
 
 test('a library that throws while it delivers or is asked does not end the process', async () => {
     const adapter = construct();
-    const messages = new CallLog();
-    adapter.addMessageListener(messages.callback);
+    const [messages] = listen(adapter);
     messaging.answer('Send', 1);
     adapter.sendMessage('t', 'p');
     messaging.answer('RefreshEndPoints', { throws: 'in the middle' });
-    messaging.deliver(message(endpoint('a', '1'), { payload: 'lost' }));
+    deliverPayload('lost');
     operations();
-    messaging.deliver(message(endpoint('a', '1')));
+    deliverPayload('kept');
     assert.deepEqual(operations(), [], 'the list counts as fresh once the refresh was asked for');
     messaging.answer('GetEndPoints', { throws: 'in a rebuild' }, adapters.length);
     messaging.setEndpoints([]);
-    messaging.deliver(message(endpoint('a', '1'), { payload: 'last' }));
-    assert.deepEqual(
-        (await messages.atLeast(2)).map(([, payload]) => payload),
-        ['p', 'last'],
-    );
+    deliverPayload('last');
+    assert.deepEqual(await contents(messages, 2), ['kept', 'last']);
 });

@@ -14,7 +14,7 @@ protected:
     TestStreamLogger logger_{out_, LogLevel::Info};
 };
 
-TEST_F(Logger, PassesLevelsUpToItsThreshold) {
+TEST_F(Logger, WritesTextsOfAnyLengthUpToItsThreshold) {
     const std::string lines[] = {"Always:x\n", "Error:x\n", "Warning:x\n", "Info:x\n", "Debug:x\n", "Trace:x\n"};
     for (const LogLevel threshold : {LogLevel::Info, LogLevel::Trace}) {
         logger_.setLevel(threshold);
@@ -28,9 +28,8 @@ TEST_F(Logger, PassesLevelsUpToItsThreshold) {
         EXPECT_TRUE(logger_.isLevelEnabled(static_cast<LogLevel>(-1)));
     }
     EXPECT_EQ(logger_.getLevelName(LogLevel::Debug), "Debug");
-}
 
-TEST_F(Logger, FormatsTextsOfAnyLength) {
+    out_.str("");
     const std::string longText(100'000, 'a');
     logger_.logFormat(LogLevel::Info, "%s|%d", longText.c_str(), -5);
     logger_.logFormat(LogLevel::Info, "%s", "");
