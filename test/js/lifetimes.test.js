@@ -34,14 +34,13 @@ const later = (action) => `setTimeout(() => { ${action} }, 20);`;
 const exit = later('process.exit(7)');
 const beTerminated = `setInterval(() => {}, 1000); require('node:worker_threads').parentPort.postMessage('terminate me');`;
 
-// Ways to end for the main thread and for a worker, with the exit code of each. What listens does not end by itself.
-const commonWays = [
-    { action: exit, code: 7 },
-    { action: later(`throw new Error('uncaught')`), code: 1 },
+// Ways to end, with the exit code of each, beside the one that is given. What listens does not end by itself.
+const ways = (script, ...other) => [
+    other,
+    [exit, 7],
+    [later(`throw new Error('uncaught')`), 1],
+    ...(script.includes('Listener(') ? [] : [['', 0]]),
 ];
-const byItself = (script) => (script.includes('Listener(') ? [] : [{ action: '', code: 0 }]);
-const ways = (script) => [{ action: 'process.exit(7)', code: 7 }, ...commonWays, ...byItself(script)];
-const workerWays = (script) => [{ action: beTerminated, code: 1 }, ...commonWays, ...byItself(script)];
 
 const runWorker = `const runWorker = (body) => new Promise((resolve) => {
     const worker = new (require('node:worker_threads').Worker)(body, { eval: true });
@@ -57,12 +56,12 @@ async function assertEnds(script, code, bus = newBus()) {
 
 for (const [point, script] of Object.entries(points)) {
     test(`${point}: the main thread ends`, async () => {
-        for (const { action, code } of ways(script)) await assertEnds(`${script};${action}`, code);
+        for (const [action, code] of ways(script, 'process.exit(7)', 7)) await assertEnds(`${script};${action}`, code);
     });
 
     test(`${point}: workers end, one after another and beside the main thread`, async () => {
         for (const beside of ['', script])
-            for (const { action, code } of workerWays(script))
+            for (const [action, code] of ways(script, beTerminated, 1))
                 await assertEnds(
                     `${beside};${runWorker}
                     (async () => {
