@@ -5,12 +5,11 @@
 const assert = require('node:assert/strict');
 const { spawn } = require('node:child_process');
 const { once } = require('node:events');
-const fs = require('node:fs');
 const path = require('node:path');
 const { test } = require('node:test');
 
 const { version } = require('../../package.json');
-const { Child, Endpoint, newBus, root, runScript, temporaryFile, until } = require('../support/support');
+const { Child, Endpoint, newBus, root, runScript, temporaryFile } = require('../support/support');
 
 const isWindows = process.platform === 'win32';
 const cli = path.join(root, 'lib', 'cli.js');
@@ -21,18 +20,7 @@ function start(t, args, env) {
     return child;
 }
 
-// Resolves to what a process that runs on has written to a stream once that has this many lines.
-async function written(child, stream, count) {
-    let [ended, lines] = [];
-    child.exited.then((result) => (ended = result));
-    await until(() => {
-        assert.equal(ended, undefined, JSON.stringify(ended));
-        lines = fs.readFileSync(child.files[stream], 'utf8').split('\n').slice(0, -1);
-        return lines.length >= count;
-    });
-    return lines;
-}
-
+const atLeast = (count) => (lines) => lines.length >= count;
 const records = (lines) =>
     lines.map(JSON.parse).map(({ time, ...record }) => {
         assert.equal(new Date(time).toISOString(), time);
@@ -99,12 +87,12 @@ test('endpoints --follow prints who is there, who joins and who leaves, until Ct
     const a = await Endpoint.join(t, newBus(), 'A', '1');
     const args = ['endpoints', '-f', '--app-id', 'me', '--app-version', '7'];
     const follower = start(t, args, { BRIVON_BUS: a.bus });
-    await written(follower, 'stdout', 1);
+    await follower.written('stdout', atLeast(1));
     await a.until('/^{me,7,[0-9a-f]{32}}$/.test(adapter.getEndpoints().join())');
     const b = await Endpoint.join(t, a.bus, 'B', '2');
-    await written(follower, 'stdout', 2);
+    await follower.written('stdout', atLeast(2));
     await b.end();
-    assert.deepEqual(records(await written(follower, 'stdout', 3)), [
+    assert.deepEqual(records(await follower.written('stdout', atLeast(3))), [
         { event: 'present', ...fields(a) },
         { event: 'joined', ...fields(b) },
         { event: 'left', ...fields(b) },
@@ -115,7 +103,7 @@ test('endpoints --follow prints who is there, who joins and who leaves, until Ct
 test('monitor listens until Ctrl-C', async (t) => {
     const a = await Endpoint.join(t, newBus(), 'A', '1', 'brivonjs-monitor');
     const monitor = start(t, ['monitor'], { BRIVON_BUS: a.bus });
-    const [listening] = await written(monitor, 'stderr', 1);
+    const [listening] = await monitor.written('stderr', atLeast(1));
     const [, self] = listening.match(/^brivonjs: listening as (.*)$/);
     assert.match(self, new RegExp(`^{brivonjs-monitor,${version},[0-9a-f]{32}}$`));
     await a.sees({ self });

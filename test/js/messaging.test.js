@@ -92,40 +92,33 @@ test('construction configures, acquires, waits, registers and refreshes, in this
 
 test('every method answers as promised after its calls of the library', () => {
     const adapter = construct();
+    const [b, a2, a1, odd] = [endpoint('b', '1'), endpoint('a', '2'), endpoint('a', '1'), endpoint('x,y', '{}', '')];
+    messaging.setEndpoints([b, a2, a1, odd]);
+    assert.deepEqual(operations(), rebuilds());
+    messaging.answer('GetSelfEndPoint', { id: 'a\0b', appId: '\0', appVersion: '2' });
+    messaging.answer('GetEndPoints', { count: 0 });
     const removals = ['RemoveMessageListener', 'RemoveErrorListener'];
     const labels = new Set();
     for (const [method, args, result, expected] of [
-        ['forceRefreshEndpoints', [1, 2], null, ['RefreshEndPoints', ...rebuildsFromNone()]],
+        ['getSelfEndpoint', [], '{,2,a}', ['GetSelfEndPoint']],
+        ['getSelfEndpoint', [], '{app,1,self}', ['GetSelfEndPoint']],
+        ['getEndpoints', [], [], ['GetEndPoints']],
+        ['getEndpoints', [], [b, a2, a1, odd].map(text), ['GetEndPoints', 'ReleaseEndPoints']],
+        ['getEndpointCacheSnapshot', [], [a2, a1, b, odd].map(text), []],
+        ['forceRefreshEndpoints', [1, 2], null, ['RefreshEndPoints', ...rebuilds()]],
         ['addMessageListener', [() => {}], undefined, ['AddMessageListener']],
         ['addErrorListener', [() => {}, 'extra'], undefined, ['AddErrorListener']],
         ['addMessageListener', [() => {}], undefined, ['AddMessageListener']],
         ['removeAllListeners', [], undefined, removals],
         ['removeAllListeners', [], undefined, removals],
         ['sendMessage', ['t', 'p'], 'Sent', ['Send']],
-        ['getSelfEndpoint', [], '{app,1,self}', ['GetSelfEndPoint']],
     ]) {
-        assert.equal(adapter[method](...args), result, method);
+        assert.deepEqual(adapter[method](...args), result, method);
         const calls = messaging.takeCalls();
         assert.deepEqual(toOperations(calls), expected);
         for (const call of calls) if (call.operation.endsWith('Listener')) labels.add(call.arguments[0]);
     }
     assert.equal(labels.size, 1, 'an adapter is one listener');
-});
-
-test('getEndpoints and getSelfEndpoint answer from the dispatcher, the snapshot from the cache', () => {
-    const adapter = construct();
-    const [b, a2, a1, odd] = [endpoint('b', '1'), endpoint('a', '2'), endpoint('a', '1'), endpoint('x,y', '{}', '')];
-    messaging.setEndpoints([b, a2, a1, odd]);
-    assert.deepEqual(operations(), rebuilds());
-    assert.deepEqual(adapter.getEndpointCacheSnapshot(), [a2, a1, b, odd].map(text));
-    assert.deepEqual(operations(), []);
-    assert.deepEqual(adapter.getEndpoints(), [b, a2, a1, odd].map(text));
-    assert.deepEqual(operations(), ['GetEndPoints', 'ReleaseEndPoints']);
-    messaging.answer('GetEndPoints', { count: 0 });
-    assert.deepEqual(adapter.getEndpoints(), []);
-    assert.deepEqual(operations(), ['GetEndPoints']);
-    messaging.answer('GetSelfEndPoint', { id: 'a\0b', appId: '\0', appVersion: '2' });
-    assert.equal(adapter.getSelfEndpoint(), '{,2,a}');
 });
 
 test('sends choose their destinations from the call and the cache', () => {

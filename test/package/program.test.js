@@ -7,7 +7,7 @@ const fs = require('node:fs');
 const path = require('node:path');
 const { test } = require('node:test');
 
-const { Child, newBus, root, until } = require('../support/support');
+const { Child, newBus, root } = require('../support/support');
 
 function start(name, program, env) {
     const file = path.join(process.env.BRIVONJS_INSTALLED, name);
@@ -20,11 +20,8 @@ test('two of the README’s programs find each other and talk', async () => {
     const env = { BRIVON_BUS: newBus() };
     const started = [];
     for (const text of ['I am {notes,2.1,', 'says brivon.SuiteMessage.pong: to every calendar that is known']) {
-        const child = start('program.js', program, env);
-        started.push(child);
-        let isOver = false;
-        child.exited.then(() => (isOver = true));
-        await until(() => isOver || fs.readFileSync(child.files.stdout, 'utf8').includes(text));
+        started.push(start('program.js', program, env));
+        await started.at(-1).written('stdout', (lines) => lines.some((line) => line.includes(text)));
     }
     const outputs = await Promise.all(started.map((child) => child.end()));
     for (const [i, type] of ['ping', 'pong'].entries()) {

@@ -108,6 +108,18 @@ class Child {
         });
     }
 
+    // Resolves to the lines that the process has written to a stream, once there are enough; it must not end before.
+    async written(stream, isEnough) {
+        let [ended, lines] = [];
+        this.exited.then((result) => (ended = result));
+        await until(() => {
+            if (ended !== undefined) throw new Error(`ended before: ${JSON.stringify(ended)}`);
+            lines = fs.readFileSync(this.files[stream], 'utf8').split('\n').slice(0, -1);
+            return isEnough(lines);
+        });
+        return lines;
+    }
+
     async end(signal = 'SIGKILL') {
         this.process.kill(signal);
         return this.exited;
