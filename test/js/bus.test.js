@@ -31,9 +31,8 @@ test('endpoints find each other, talk, and notice who leaves and who is killed',
     await a.send('both', 'to B');
     await a.send('one', 'to B 2', 'B', '2');
     await c.send('all', 'to everyone');
-    await b.send('self', 'to itself', b.appId, b.appVersion, b.id);
-    const from = ({ appId, appVersion, id }) => [appId, appVersion, id];
-    const heard = (type, payload, sender) => ({ message: [`brivon.SuiteMessage.${type}`, payload, ...from(sender)] });
+    await b.send('self', 'to itself', ...b.target);
+    const heard = (type, payload, sender) => ({ message: [`brivon.SuiteMessage.${type}`, payload, ...sender.target] });
     const [both, one] = [heard('both', 'to B', a), heard('one', 'to B 2', a)];
     const [all, self] = [heard('all', 'to everyone', c), heard('self', 'to itself', b)];
     const sorted = (told) => told.map((what) => JSON.stringify(what)).sort();
@@ -46,7 +45,7 @@ test('endpoints find each other, talk, and notice who leaves and who is killed',
 
     await c.end();
     await Promise.all([a.sees(b), b.sees(a)]);
-    await a.send('t', 'to the dead', c.appId, c.appVersion, c.id);
+    await a.send('t', 'to the dead', ...c.target);
     const [, [error]] = await a.told.atLeast(2);
     assert.deepEqual(error, { error: ['brivon.ErrorMessage', 'Destination unreachable', c.self] });
 
@@ -166,7 +165,7 @@ test('garbage on a socket closes that connection and nothing else', async (t) =>
         await closed;
     }
     const silent = connect(); // never says a thing
-    await a.send('t', 'still here', b.appId, b.appVersion, b.id);
+    await a.send('t', 'still here', ...b.target);
     const [[{ message }]] = await b.told.atLeast(1);
     assert.equal(message[1], 'still here');
     await b.sees(a);

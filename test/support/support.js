@@ -137,7 +137,8 @@ class Endpoint extends Child {
         t.after(() => endpoint.end());
         await endpoint.run(`globalThis.adapter = new BrivonAdapter(...${JSON.stringify(args)})`);
         endpoint.self = await endpoint.run('adapter.getSelfEndpoint()');
-        [endpoint.appId, endpoint.appVersion, endpoint.id] = endpoint.self.slice(1, -1).split(',');
+        endpoint.target = endpoint.self.slice(1, -1).split(',');
+        [endpoint.appId, endpoint.appVersion, endpoint.id] = endpoint.target;
         return Object.assign(endpoint, { bus });
     }
 
