@@ -7,7 +7,7 @@ const fs = require('node:fs');
 const path = require('node:path');
 const { parseArgs } = require('node:util');
 
-const { inTurns, now, summarise } = require('./measure');
+const { inTurns, now, ratioOf, summarise } = require('./measure');
 
 const root = path.join(__dirname, '..');
 const { values: options, positionals: wanted } = parseArgs({
@@ -25,40 +25,36 @@ const isWanted = (name) => wanted.length === 0 || wanted.some((part) => name.inc
 const native = require(path.join(folder, 'BrivonJS.node'));
 const floor = require(path.join(folder, 'floor.node'));
 
-const atMost = (limit) => ({ text: `<= ${limit.toFixed(2)}`, isMet: (ratio) => ratio <= limit });
-const atLeast = (limit) => ({ text: `>= ${limit.toFixed(2)}`, isMet: (ratio) => ratio >= limit });
+// A goal judges the figure as it is printed.
+const atMost = (limit) => ({ text: `<= ${limit.toFixed(2)}`, isMet: (figure) => Number(figure) <= limit });
+const atLeast = (limit) => ({ text: `>= ${limit.toFixed(2)}`, isMet: (figure) => Number(figure) >= limit });
 const noGoal = { text: '', isMet: () => true };
 
 // ---- The table
 
-const rows = [];
-
-function percent(share) {
-    return `${Math.round(share * 100)} %`;
-}
+const rows = [['what', 'ratio', 'spread', 'goal', '', 'module', 'spread', 'against', 'spread']];
 
 function addRow(name, ratio, goal, first, second, unit = 'ns') {
-    const show = (result) => (result === undefined ? '' : `${result.median.toFixed(unit === 'ns' ? 0 : 1)} ${unit}`);
+    const figure = ratio === undefined ? '' : ratio.median.toFixed(2);
+    const spread = (result) => (result === undefined ? '' : `${Math.round(result.spread * 100)} %`);
+    const median = (result) => (result === undefined ? '' : `${result.median.toFixed(unit === 'ns' ? 0 : 1)} ${unit}`);
     rows.push([
         name,
-        ratio === undefined ? '' : ratio.toFixed(2),
+        figure,
+        spread(ratio),
         goal.text,
-        goal.isMet(ratio) ? '' : 'MISSED',
-        show(first),
-        show(second),
-        [first, second].map((result) => (result === undefined ? '-' : percent(result.spread))).join(' / '),
+        goal.isMet(figure) ? '' : 'MISSED',
+        ...[first, second].flatMap((result) => [median(result), spread(result)]),
     ]);
 }
 
 function printTable() {
-    const table = [['what', 'ratio', 'goal', '', 'module', 'against', 'spread'], ...rows];
-    const widths = table[0].map((_, column) => Math.max(...table.map((row) => row[column].length)));
-    for (const row of table) {
-        console.log(
-            row
-                .map((cell, column) => (column === 0 ? cell.padEnd(widths[column]) : cell.padStart(widths[column])))
-                .join('  '),
+    const widths = rows[0].map((_, column) => Math.max(...rows.map((row) => row[column].length)));
+    for (const row of rows) {
+        const cells = row.map((cell, column) =>
+            column === 0 ? cell.padEnd(widths[0]) : cell.padStart(widths[column]),
         );
+        console.log(cells.join('  ').trimEnd());
     }
 }
 
@@ -94,7 +90,7 @@ async function compareCalls(name, subjects, call, payload, goal = atMost(1.1)) {
         subjects.map((subject) => loop(subject, call, payload)),
         { rounds },
     );
-    addRow(name, results[0].median / results[1].median, goal, ...results);
+    addRow(name, ratioOf(...results), goal, ...results);
 }
 
 const sizes = { '20 B': 20, '1 KiB': 1024, '64 KiB': 65536 };
@@ -162,7 +158,7 @@ async function compareDeliveries() {
             runners.map((runner) => runner(bytes)),
             { rounds, milliseconds: 40, limit: Math.min(50000, Math.floor(2 ** 26 / bytes)) },
         );
-        addRow(`incoming message, ${size} (rate)`, results[1].median / results[0].median, atLeast(0.95), ...results);
+        addRow(`incoming message, ${size} (rate)`, ratioOf(results[1], results[0]), atLeast(0.95), ...results);
     }
 }
 
@@ -181,7 +177,7 @@ async function compareLaunches() {
         }
     });
     const results = await inTurns(runners, { rounds });
-    addRow('launchApp', results[0].median / results[1].median, atMost(1.1), ...results);
+    addRow('launchApp', ratioOf(...results), atMost(1.1), ...results);
 }
 
 // ---- Beginnings, in processes of their own
@@ -216,7 +212,7 @@ function compareLoading() {
         }
     }
     const results = values.map(summarise);
-    addRow('require', results[0].median / results[1].median, atMost(1.5), ...results, 'us');
+    addRow('require', ratioOf(...results), atMost(1.5), ...results, 'us');
 }
 
 // ---- Two processes
@@ -242,13 +238,14 @@ function compareBus() {
     for (const [name, reason] of Object.entries(leftOut)) console.log(`left out: ${name} (${reason})`);
     for (const { what, unit, isRate, byPeer } of results) {
         const { bus, ...others } = byPeer;
-        const ordered = Object.values(others).map((result) => result.median);
-        const best = isRate ? Math.max(...ordered) : Math.min(...ordered);
-        for (const [name, result] of Object.entries(others)) {
+        const ratios = Object.entries(others).map(([name, result]) => [name, ratioOf(bus, result)]);
+        const medians = ratios.map(([, ratio]) => ratio.median);
+        const hardest = isRate ? Math.min(...medians) : Math.max(...medians);
+        for (const [name, ratio] of ratios) {
             // The goals are against the best of the others, one way for short messages only.
-            const hasGoal = result.median === best && !(isRate && what.includes('4 KiB'));
+            const hasGoal = ratio.median === hardest && !(isRate && what.includes('4 KiB'));
             const goal = !hasGoal ? noGoal : isRate ? atLeast(2.5) : atMost(0.6);
-            addRow(`bus, ${what}, against ${name}`, bus.median / result.median, goal, bus, result, unit);
+            addRow(`bus, ${what}, against ${name}`, ratio, goal, bus, others[name], unit);
         }
     }
 }

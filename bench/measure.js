@@ -11,7 +11,12 @@ function quantile(sorted, share) {
 function summarise(values) {
     const sorted = [...values].sort((a, b) => a - b);
     const median = quantile(sorted, 0.5);
-    return { median, spread: (quantile(sorted, 0.75) - quantile(sorted, 0.25)) / median };
+    return { values, median, spread: (quantile(sorted, 0.75) - quantile(sorted, 0.25)) / median };
+}
+
+// Round by round: what disturbed one round of the first disturbed that of the second too.
+function ratioOf(first, second) {
+    return summarise(first.values.map((value, round) => value / second.values[round]));
 }
 
 // How many operations take about that long, warming up on the way.
@@ -45,4 +50,4 @@ async function inTurns(runners, { rounds = 21, milliseconds = 25, limit = 1e7, w
     return results.map(summarise);
 }
 
-module.exports = { now, quantile, summarise, inTurns };
+module.exports = { now, quantile, summarise, ratioOf, inTurns };
