@@ -2,8 +2,9 @@
 
 // The benchmark: node bench/bench.js [--build <folder>] [--rounds <n>] [part of a name...]
 
-const { execFileSync, spawnSync } = require('node:child_process');
+const { spawnSync } = require('node:child_process');
 const fs = require('node:fs');
+const os = require('node:os');
 const path = require('node:path');
 const { parseArgs } = require('node:util');
 
@@ -180,7 +181,22 @@ async function compareLaunches() {
     addRow('launchApp', ratioOf(...results), atMost(1.1), ...results);
 }
 
-// ---- Beginnings, in processes of their own
+// ---- Processes of their own, on the real libraries
+
+const scratch = fs.mkdtempSync(path.join(os.tmpdir(), 'brivon-bench-'));
+process.on('exit', () => fs.rmSync(scratch, { recursive: true, force: true }));
+
+// What a script prints, as an object. It prints into a file, which is enough wherever pipes are not.
+function resultOf(...argv) {
+    const output = path.join(scratch, 'result');
+    const stream = fs.openSync(output, 'w');
+    const env = { ...process.env, BRIVONJS_MODULE: path.join(build, 'BrivonJS.node') };
+    const stdio = ['ignore', stream, 'inherit'];
+    const ended = spawnSync(process.execPath, argv.map(String), { env, stdio, timeout: 300000 });
+    fs.closeSync(stream);
+    if (ended.status !== 0) throw new Error(`a process of the benchmark ended with ${ended.status ?? ended.signal}`);
+    return JSON.parse(fs.readFileSync(output, 'utf8'));
+}
 
 // An ended adapter silences every listener, so constructions have a process to themselves.
 function measureConstruction() {
@@ -195,24 +211,33 @@ function measureConstruction() {
             if (round >= 0) values.push((now() - start) / 2000);
         }
         console.log(JSON.stringify(summarise(values)));`;
-    addRow('construction', undefined, noGoal, JSON.parse(execFileSync(process.execPath, ['-e', script])));
+    addRow('construction', undefined, noGoal, resultOf('-e', script));
 }
 
 function compareLoading() {
     if (!isWanted('require')) return;
     const targets = [root, path.join(folder, 'nothing.node')];
     const values = targets.map(() => []);
-    const env = { ...process.env, BRIVONJS_MODULE: path.join(build, 'BrivonJS.node') };
     for (let round = 0; round < rounds; ++round) {
         for (const [index, target] of targets.entries()) {
             const script = `const start = process.hrtime.bigint();
                 require(${JSON.stringify(target)});
                 console.log(Number(process.hrtime.bigint() - start));`;
-            values[index].push(Number(execFileSync(process.execPath, ['-e', script], { env })) / 1000);
+            values[index].push(resultOf('-e', script) / 1000);
         }
     }
     const results = values.map(summarise);
     addRow('require', ratioOf(...results), atMost(1.5), ...results, 'us');
+}
+
+function compareVersionLookups() {
+    if (!isWanted('version lookup')) return;
+    const sample = path.join(build, 'test', 'samples', 'plain.x64.exe');
+    const bySize = resultOf(path.join(__dirname, 'versions.js'), sample, rounds);
+    for (const [size, goal] of Object.entries({ 10: noGoal, 100: atMost(1.2) })) {
+        const name = `version lookup, ${size} MiB against 1 MiB`;
+        addRow(name, ratioOf(bySize[size], bySize[1]), goal, bySize[size], bySize[1]);
+    }
 }
 
 // ---- Two processes
@@ -228,13 +253,7 @@ function compareBus() {
             timeout: 120000,
         });
     }
-    const env = { ...process.env, BRIVONJS_MODULE: path.join(build, 'BrivonJS.node') };
-    const output = execFileSync(process.execPath, [path.join(__dirname, 'bus.js')], {
-        env,
-        stdio: ['ignore', 'pipe', 'inherit'],
-        timeout: 300000,
-    });
-    const { results, leftOut } = JSON.parse(output);
+    const { results, leftOut } = resultOf(path.join(__dirname, 'bus.js'));
     for (const [name, reason] of Object.entries(leftOut)) console.log(`left out: ${name} (${reason})`);
     for (const { what, unit, isRate, byPeer } of results) {
         const { bus, ...others } = byPeer;
@@ -258,6 +277,7 @@ async function main() {
     await compareLaunches();
     measureConstruction();
     compareLoading();
+    compareVersionLookups();
     compareBus();
     printTable();
     console.log(`${rounds} rounds each, in turns, ${Math.round((now() - start) / 1e9)} s; Node.js ${process.version}`);
