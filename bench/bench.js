@@ -38,7 +38,7 @@ const noGoal = { text: '', unit: '', isMet: () => true };
 // ---- The table
 
 const rows = [['what', 'ratio', 'spread', 'goal', '', 'module', 'spread', 'against', 'spread']];
-const notes = [];
+const notes = new Set();
 
 // The ratio is the figure that the goal is about, whatever it is.
 function addRow(name, ratio, goal, first, second, unit = 'ns') {
@@ -247,33 +247,42 @@ function compareVersionLookups() {
     }
 }
 
-// ---- Two processes
+// ---- Processes that talk
+
+function preparePeers() {
+    if (fs.existsSync(path.join(__dirname, 'node_modules', 'zeromq')) || process.platform === 'win32') return;
+    spawnSync('npm', ['ci', '--ignore-scripts', '--no-audit', '--no-fund', '--prefix', __dirname], {
+        stdio: 'ignore',
+        timeout: 120000,
+    });
+}
+
+// The goal stands beside the best of the others.
+function addWays(script, goalOf) {
+    preparePeers();
+    const { results, leftOut } = resultOf(path.join(__dirname, script));
+    for (const [way, reason] of Object.entries(leftOut)) notes.add(`left out: ${way} (${reason})`);
+    for (const { what, unit, isRate, byWay } of results) {
+        const { bus, ...others } = byWay;
+        const ratios = Object.entries(others).map(([way, result]) => [way, ratioOf(bus, result)]);
+        const medians = ratios.map(([, ratio]) => ratio.median);
+        const hardest = isRate ? Math.min(...medians) : Math.max(...medians);
+        for (const [way, ratio] of ratios) {
+            const goal = ratio.median === hardest ? goalOf(what) : noGoal;
+            addRow(`bus, ${what}, against ${way}`, ratio, goal, bus, others[way], unit);
+        }
+    }
+}
 
 function comparePairs() {
     if (!isWanted('bus, one way, round trip')) return;
-    const peers = path.join(__dirname, 'node_modules', 'zeromq');
-    if (!fs.existsSync(peers)) {
-        const npm = process.platform === 'win32' ? 'npm.cmd' : 'npm';
-        spawnSync(npm, ['ci', '--ignore-scripts', '--no-audit', '--no-fund', '--prefix', __dirname], {
-            stdio: 'ignore',
-            shell: process.platform === 'win32',
-            timeout: 120000,
-        });
-    }
-    const { results, leftOut } = resultOf(path.join(__dirname, 'bus.js'));
-    for (const [name, reason] of Object.entries(leftOut)) notes.push(`left out: ${name} (${reason})`);
-    for (const { what, unit, isRate, byPeer } of results) {
-        const { bus, ...others } = byPeer;
-        const ratios = Object.entries(others).map(([name, result]) => [name, ratioOf(bus, result)]);
-        const medians = ratios.map(([, ratio]) => ratio.median);
-        const hardest = isRate ? Math.min(...medians) : Math.max(...medians);
-        for (const [name, ratio] of ratios) {
-            // The goals are against the best of the others, one way for short messages only.
-            const hasGoal = ratio.median === hardest && !(isRate && what.includes('4 KiB'));
-            const goal = !hasGoal ? noGoal : isRate ? atLeast(2.5) : atMost(0.6);
-            addRow(`bus, ${what}, against ${name}`, ratio, goal, bus, others[name], unit);
-        }
-    }
+    const goals = { 'one way 100 B': atLeast(2.5), 'one way 4 KiB': noGoal };
+    addWays('pairs.js', (what) => goals[what] ?? atMost(0.6));
+}
+
+function compareMeshes() {
+    if (!isWanted('bus, 16 processes')) return;
+    addWays('mesh.js', () => noGoal);
 }
 
 const memory = path.join(__dirname, 'memory.js');
@@ -295,12 +304,12 @@ function measureStoppedReceiver() {
     const name = 'bus, memory, sender to a stopped receiver';
     if (!isWanted(name)) return;
     if (process.platform === 'win32') {
-        notes.push(`left out: ${name} (no signal stops a process here)`);
+        notes.add(`left out: ${name} (no signal stops a process here)`);
         return;
     }
     const { before, after, most, offered, taken } = resultOf('--expose-gc', memory, 'stop');
     addRow(name, { median: most - before }, atMost(160, ' MiB'), { median: after }, { median: before }, 'MiB');
-    notes.push(`stopped receiver: of ${offered} MiB, ${taken.toFixed(1)} MiB were taken and the rest was refused`);
+    notes.add(`stopped receiver: of ${offered} MiB, ${taken.toFixed(1)} MiB were taken and the rest was refused`);
 }
 
 async function main() {
@@ -313,6 +322,7 @@ async function main() {
     compareLoading();
     compareVersionLookups();
     comparePairs();
+    compareMeshes();
     compareMemory();
     measureStoppedReceiver();
     printTable();

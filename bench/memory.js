@@ -7,7 +7,7 @@
 const { fork } = require('node:child_process');
 
 const { summarise } = require('./measure');
-const { ways } = require('./ways');
+const { pairs } = require('./ways');
 
 const mebibyte = 2 ** 20;
 const million = 1e6;
@@ -25,7 +25,7 @@ async function memoryAtRest() {
 
 async function beReceiver() {
     let count = 0;
-    const send = await ways.bus(true, '', (type) => {
+    const send = await pairs.bus(true, '', (type) => {
         if (type === 'last') send('all', String(count));
         else if (++count % batch === 0) send('some', String(count));
     });
@@ -39,7 +39,7 @@ async function connect(receive) {
     const receiver = fork(__filename, ['receive'], { execArgv: ['--expose-gc'] });
     const answer = () => new Promise((resolve) => receiver.once('message', resolve));
     await answer();
-    const send = await ways.bus(false, '', (type, payload) => receive(type, Number(payload)));
+    const send = await pairs.bus(false, '', (type, payload) => receive(type, Number(payload)));
     return { receiver, answer, send };
 }
 

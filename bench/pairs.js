@@ -9,7 +9,7 @@ const os = require('node:os');
 const path = require('node:path');
 
 const { now, quantile, summarise } = require('./measure');
-const { ways } = require('./ways');
+const { addressIn, pairs } = require('./ways');
 
 const rounds = 9;
 const sizes = { '100 B': 100, '4 KiB': 4096 };
@@ -20,7 +20,7 @@ const roundTrips = 500;
 
 async function bePartner(way, address) {
     let count = 0;
-    const send = await ways[way](true, address, (type, payload) => {
+    const send = await pairs[way](true, address, (type, payload) => {
         if (type === 'echo') send('echo', payload);
         else if (type === 'count') ++count;
         else send('counted', String(++count - 1));
@@ -39,7 +39,7 @@ async function connect(way, address) {
         partner.once('exit', () => reject(new Error('its partner ended')));
     });
     let answered;
-    const send = await ways[way](false, address, (type, payload) => answered(payload), partner);
+    const send = await pairs[way](false, address, (type, payload) => answered(payload), partner);
     const answer = () => new Promise((resolve) => (answered = resolve));
     return { send, answer };
 }
@@ -77,11 +77,8 @@ async function measure() {
     process.env.BRIVON_BUS = `bench-${process.pid}`;
     const links = {};
     const leftOut = {};
-    for (const [index, way] of Object.keys(ways).entries()) {
-        const address =
-            process.platform === 'win32'
-                ? `\\\\.\\pipe\\${path.basename(folder)}-${index}`
-                : path.join(folder, `${index}`);
+    for (const [index, way] of Object.keys(pairs).entries()) {
+        const address = addressIn(folder, index);
         try {
             if (way === 'zeromq.js') require('zeromq');
             links[way] = await connect(way, address);
@@ -105,10 +102,10 @@ async function measure() {
         }
     }
     fs.rmSync(folder, { recursive: true, force: true });
-    const results = Object.entries(values).map(([what, byWay]) => {
-        const byPeer = Object.fromEntries(Object.entries(byWay).map(([way, list]) => [way, summarise(list)]));
+    const results = Object.entries(values).map(([what, lists]) => {
+        const byWay = Object.fromEntries(Object.entries(lists).map(([way, list]) => [way, summarise(list)]));
         const isRate = what.startsWith('one way');
-        return { what, isRate, unit: isRate ? 'k/s' : 'us', byPeer };
+        return { what, isRate, unit: isRate ? 'k/s' : 'us', byWay };
     });
     results.sort((a, b) => Number(b.isRate) - Number(a.isRate));
     console.log(JSON.stringify({ results, leftOut }));
