@@ -13,7 +13,9 @@ const { addressIn, meshes } = require('./ways');
 
 const size = 16;
 const rounds = 5;
-const messages = 300; // that each sends to all others
+const fewMessages = 20; // that each sends to all others, for a beginning
+const manyMessages = 300;
+const duration = 1000; // ms that a round with many messages may take, where it is slow
 const payload = 'x'.repeat(100);
 const patience = 60000; // ms for all to have heard all others
 
@@ -36,12 +38,14 @@ class Member {
 
     // Resolves when all others have been heard, and goes on until all of them have heard this one.
     meet() {
-        this.#greeting = setInterval(() => this.#send('hello', ''), 50);
+        const greet = () => this.#send('hello', '');
+        greet();
+        this.#greeting = setInterval(greet, 500);
         return this.#until(() => this.#heard.size === size - 1);
     }
 
     // Resolves when all messages of all others have arrived, the first of which may come before this is called.
-    async talk() {
+    async talk(messages) {
         clearInterval(this.#greeting);
         for (let i = 0; i < messages; ++i) {
             const sent = this.#send('count', payload);
@@ -73,9 +77,9 @@ async function beMembers(folder, number) {
             failures[way] = error.message.split('\n')[0];
         }
     }
-    process.on('message', async ({ way, task }) => {
+    process.on('message', async ({ way, task, messages }) => {
         if (task === undefined) return;
-        await members[way][task]();
+        await members[way][task](messages);
         process.send({ answer: true });
     });
     process.on('disconnect', () => process.exit());
@@ -89,8 +93,8 @@ const processes = [];
 function startMember(folder, number) {
     const child = fork(__filename, [folder, number]);
     const answered = () => new Promise((resolve) => (child.resolve = resolve));
-    child.ask = (way, task) => {
-        child.send({ way, task });
+    child.ask = (way, task, messages) => {
+        child.send({ way, task, messages });
         return answered();
     };
     child.on('message', (message) => {
@@ -101,27 +105,42 @@ function startMember(folder, number) {
     return answered();
 }
 
-const askAll = (way, task) => Promise.all(processes.map((child) => child.ask(way, task)));
+const askAll = (...what) => Promise.all(processes.map((child) => child.ask(...what)));
+
+async function meet(way) {
+    const timeIsUp = new Promise((resolve) => setTimeout(resolve, patience, 'time is up'));
+    if ((await Promise.race([askAll(way, 'meet'), timeIsUp])) === 'time is up')
+        throw new Error(`${size} processes did not all hear each other`);
+}
+
+// Thousands of deliveries a second.
+async function rate(way, messages) {
+    const start = now();
+    await askAll(way, 'talk', messages);
+    return ((messages * size * (size - 1)) / (now() - start)) * 1e6;
+}
 
 async function measure() {
     process.env.BRIVON_BUS = `bench-${process.pid}`;
     const folder = fs.mkdtempSync(path.join(os.tmpdir(), 'brivon-bench-'));
     const leftOut = {};
     for (let number = 0; number < size; ++number) Object.assign(leftOut, await startMember(folder, number));
-    const values = {};
+    const counts = {};
     for (const way of Object.keys(meshes)) {
         if (way in leftOut) continue;
-        const timeIsUp = new Promise((resolve) => setTimeout(resolve, patience, 'time is up'));
-        if ((await Promise.race([askAll(way, 'meet'), timeIsUp])) === 'time is up')
-            leftOut[way] = `not all of ${size} processes heard each other`;
-        else values[way] = [];
+        try {
+            await meet(way);
+            const possible = ((await rate(way, fewMessages)) * duration) / (size * (size - 1));
+            counts[way] = Math.ceil(Math.min(manyMessages, possible));
+        } catch (error) {
+            leftOut[way] = error.message;
+        }
     }
+    const values = {};
     for (let round = -1; round < rounds; ++round) {
-        for (const way of Object.keys(values)) {
-            const start = now();
-            await askAll(way, 'talk');
-            const delivered = messages * size * (size - 1);
-            if (round >= 0) values[way].push((delivered / (now() - start)) * 1e6); // thousands a second
+        for (const [way, count] of Object.entries(counts)) {
+            const value = await rate(way, count);
+            if (round >= 0) (values[way] ??= []).push(value);
         }
     }
     fs.rmSync(folder, { recursive: true, force: true });

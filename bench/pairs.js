@@ -20,14 +20,18 @@ const roundTrips = 500;
 
 async function bePartner(way, address) {
     let count = 0;
-    const send = await pairs[way](true, address, (type, payload) => {
-        if (type === 'echo') send('echo', payload);
-        else if (type === 'count') ++count;
-        else send('counted', String(++count - 1));
-        if (type === 'last') count = 0;
-    });
     process.on('disconnect', () => process.exit());
-    process.send({ ready: true });
+    try {
+        const send = await pairs[way](true, address, (type, payload) => {
+            if (type === 'echo') send('echo', payload);
+            else if (type === 'count') ++count;
+            else send('counted', String(++count - 1));
+            if (type === 'last') count = 0;
+        });
+        process.send({ ready: true });
+    } catch (error) {
+        process.send({ failure: error.message.split('\n')[0] });
+    }
 }
 
 // ---- The measuring side
@@ -35,7 +39,7 @@ async function bePartner(way, address) {
 async function connect(way, address) {
     const partner = fork(__filename, [way, address]);
     await new Promise((resolve, reject) => {
-        partner.once('message', resolve);
+        partner.once('message', ({ failure }) => (failure === undefined ? resolve() : reject(new Error(failure))));
         partner.once('exit', () => reject(new Error('its partner ended')));
     });
     let answered;
@@ -80,10 +84,9 @@ async function measure() {
     for (const [index, way] of Object.keys(pairs).entries()) {
         const address = addressIn(folder, index);
         try {
-            if (way === 'zeromq.js') require('zeromq');
             links[way] = await connect(way, address);
         } catch (error) {
-            leftOut[way] = error.message.split('\n')[0];
+            leftOut[way] = error.message;
         }
     }
     const values = {};
