@@ -8,11 +8,16 @@
 //   order of registration.
 #include "BrivonMessage5.h"
 
+#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
+#include <mutex>
+#include <queue>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 using namespace kesta::brivon::api5;
@@ -165,6 +170,40 @@ IBrivonMessageListener::IBrivonMessageListener() = default;
 
 namespace {
 
+// The library's thread, from the first task on until the process ends.
+class LibraryThread {
+public:
+    LibraryThread() {
+        std::thread([this] { run(); }).detach();
+    }
+    void post(std::function<void()> task) {
+        const std::lock_guard lock(mutex_);
+        tasks_.push(std::move(task));
+        posted_.notify_one();
+    }
+
+private:
+    void run() {
+        for (;;) {
+            std::unique_lock lock(mutex_);
+            posted_.wait(lock, [this] { return !tasks_.empty(); });
+            const std::function<void()> task = std::move(tasks_.front());
+            tasks_.pop();
+            lock.unlock();
+            task();
+        }
+    }
+
+    std::mutex mutex_;
+    std::condition_variable posted_;
+    std::queue<std::function<void()>> tasks_;
+};
+
+LibraryThread& libraryThread() {
+    static LibraryThread& only = *new LibraryThread;
+    return only;
+}
+
 class Dispatcher final : public IBrivonMessageDispatcher {
 public:
     void Reserved0() override {}
@@ -172,11 +211,11 @@ public:
         const Flood* order = Incoming::floodOf(message);
         if (order != nullptr && order->listener < listeners_.size()) {
             IBrivonMessageListener* listener = listeners_[order->listener];
-            std::thread([order = *order, listener] {
+            libraryThread().post([order = *order, listener] {
                 const Incoming incoming(order);
                 for (std::size_t i = 0; i < order.count; ++i)
                     listener->Receive(incoming);
-            }).detach();
+            });
         }
         return BrivonMessageErrorCode_Success;
     }
