@@ -5,6 +5,8 @@
 #include "brivonadapter.h"
 #include "brivoncontroladapter.h"
 
+#include <cstring>
+
 namespace {
 
 Napi::Object Init(Napi::Env env, Napi::Object exports) {
@@ -41,6 +43,13 @@ void _register_BrivonJS() {
     throw Napi::Error::New(env, message);
 }
 
+std::size_t utf8Length(const Napi::Value& value) {
+    std::size_t length = 0;
+    if (napi_get_value_string_utf8(value.Env(), value, nullptr, 0, &length) != napi_ok)
+        throwFailedCall(value.Env());
+    return length;
+}
+
 // Runs when an environment ends, before Node.js frees that environment's references.
 void abandonConstructor(void* data) {
     auto& slot = *static_cast<Napi::FunctionReference*>(data);
@@ -66,15 +75,23 @@ Napi::Value refuse(Napi::Env env, const char* message) {
     return env.Null();
 }
 
+Utf8Text::Utf8Text(const Napi::Value& value, std::string_view prefix)
+    : length_(prefix.size() + utf8Length(value))
+    , buffer_(length_ + 1) {
+    std::memcpy(buffer_.data(), prefix.data(), prefix.size());
+    const std::size_t room = length_ + 1 - prefix.size();
+    if (napi_get_value_string_utf8(value.Env(), value, buffer_.data() + prefix.size(), room, nullptr) != napi_ok)
+        throwFailedCall(value.Env());
+}
+
+Utf8Text::Utf8Text()
+    : length_(0)
+    , buffer_(1) {
+    buffer_.data()[0] = '\0';
+}
+
 std::string toUtf8(const Napi::Value& value) {
-    const napi_env env = value.Env();
-    std::size_t length = 0;
-    if (napi_get_value_string_utf8(env, value, nullptr, 0, &length) != napi_ok)
-        throwFailedCall(env);
-    std::string text(length, '\0');
-    if (napi_get_value_string_utf8(env, value, text.data(), length + 1, &length) != napi_ok)
-        throwFailedCall(env);
-    return text;
+    return std::string(Utf8Text(value).view());
 }
 
 void keepConstructor(Napi::FunctionReference& slot, const Napi::Function& constructor) {

@@ -7,7 +7,9 @@
 
 #include <algorithm>
 #include <cassert>
+#include <iterator>
 #include <memory>
+#include <numeric>
 #include <thread>
 
 using namespace kesta::brivon::api5;
@@ -50,13 +52,15 @@ void pollUntil(bool wanted, Question question) {
         Sleep(kPollWaitMs);
 }
 
-template <typename Range, typename ToEndPoint>
-Napi::Array toTextArray(Napi::Env env, const Range& range, ToEndPoint toEndPoint) {
-    Napi::Array array = Napi::Array::New(env, range.size());
-    std::uint32_t index = 0;
-    for (const auto& element : range)
-        setElement(array, index++, Napi::String::New(env, endPointToString(toEndPoint(element))));
-    return array;
+template <typename Cache>
+std::size_t countOf(const Cache& cache) {
+    return std::accumulate(cache.begin(), cache.end(), std::size_t{0},
+                           [](std::size_t count, const auto& entry) { return count + entry.second.size(); });
+}
+
+Napi::String toJavaScript(Napi::Env env, const EndPoint& endPoint) {
+    const EndPointText text(endPoint);
+    return Napi::String::New(env, text.view().data(), text.view().size());
 }
 
 } // namespace
@@ -73,15 +77,15 @@ Napi::Object BrivonAdapter::Init(Napi::Env env, Napi::Object exports) {
     const Napi::Function function =
         DefineClass(env, "BrivonAdapter",
                     {
-                        InstanceMethod("sendMessage", &BrivonAdapter::sendMessage),
-                        InstanceMethod("addMessageListener", &BrivonAdapter::addMessageListener),
-                        InstanceMethod("addErrorListener", &BrivonAdapter::addErrorListener),
-                        InstanceMethod("getSelfEndpoint", &BrivonAdapter::getSelfEndpoint),
-                        InstanceMethod("getEndpoints", &BrivonAdapter::getEndpoints),
-                        InstanceMethod("getEndpointCacheSnapshot", &BrivonAdapter::getEndpointCacheSnapshot),
-                        InstanceMethod("forceRefreshEndpoints", &BrivonAdapter::forceRefreshEndpoints),
-                        InstanceMethod("setVerboseLogging", &BrivonAdapter::setVerboseLogging),
-                        InstanceMethod("removeAllListeners", &BrivonAdapter::removeAllListeners),
+                        InstanceMethod<&BrivonAdapter::sendMessage>("sendMessage"),
+                        InstanceMethod<&BrivonAdapter::addMessageListener>("addMessageListener"),
+                        InstanceMethod<&BrivonAdapter::addErrorListener>("addErrorListener"),
+                        InstanceMethod<&BrivonAdapter::getSelfEndpoint>("getSelfEndpoint"),
+                        InstanceMethod<&BrivonAdapter::getEndpoints>("getEndpoints"),
+                        InstanceMethod<&BrivonAdapter::getEndpointCacheSnapshot>("getEndpointCacheSnapshot"),
+                        InstanceMethod<&BrivonAdapter::forceRefreshEndpoints>("forceRefreshEndpoints"),
+                        InstanceMethod<&BrivonAdapter::setVerboseLogging>("setVerboseLogging"),
+                        InstanceMethod<&BrivonAdapter::removeAllListeners>("removeAllListeners"),
                     });
     keepConstructor(constructor, function);
     // Anew for every environment, and never destroyed.
@@ -197,14 +201,16 @@ bool BrivonAdapter::insertIfNotAlreadyCached(const EndPoint& source) {
         const CacheLock lock(cacheMutex);
         const std::string appId = readAppId(source);
         const std::string id = readId(source);
-        const auto [first, last] = endpointCache_.equal_range(appId);
-        hit = std::any_of(first, last, [&id](const auto& entry) { return readId(entry.second) == id; });
-        if (!hit && endpointCache_.size() >= kCacheLimit) {
+        const auto cached = endpointCache_.find(appId);
+        hit = cached != endpointCache_.end() &&
+              std::any_of(cached->second.begin(), cached->second.end(),
+                          [&id](const EndPoint& endPoint) { return readId(endPoint) == id; });
+        if (!hit && countOf(endpointCache_) >= kCacheLimit) {
             if (shouldLog(LogLevel::Info))
                 infoLine(function, __LINE__).stream()
                     << "WARNING Cache stale - dropped missing EndPoint due to large cache size";
         } else if (!hit) {
-            endpointCache_.emplace(appId, source);
+            endpointCache_[appId].push_back(source);
             if (verbose_ && shouldLog(LogLevel::Info))
                 infoLine(function, __LINE__).stream()
                     << "Cache stale - inserted missing EndPoint for appId = " << appId;
@@ -233,7 +239,7 @@ void BrivonAdapter::refreshEndPointsBrivonWillCallback() {
         endpointCache_.clear();
         for (const EndPoint& endPoint : endPoints) {
             const std::string appId = readAppId(endPoint);
-            endpointCache_.emplace(appId, endPoint);
+            endpointCache_[appId].push_back(endPoint);
             if (verbose_ && shouldLog(LogLevel::Info))
                 infoLine(function, __LINE__).stream()
                     << "inserted appId = " << appId << " for sourceId = " << readId(endPoint);
@@ -255,19 +261,30 @@ void BrivonAdapter::refreshEndpoints() {
 
 Napi::Value BrivonAdapter::getSelfEndpoint(const Napi::CallbackInfo& info) {
     const Napi::Env env = info.Env();
-    return Napi::String::New(env, endPointToString(dispatcher(env).GetSelfEndPoint()));
+    return toJavaScript(env, dispatcher(env).GetSelfEndPoint());
 }
 
 Napi::Value BrivonAdapter::getEndpoints(const Napi::CallbackInfo& info) {
     const Napi::Env env = info.Env();
-    return toTextArray(env, listEndPoints(dispatcher(env)),
-                       [](const EndPoint& endPoint) -> const EndPoint& { return endPoint; });
+    const std::vector<EndPoint> endPoints = listEndPoints(dispatcher(env));
+    Napi::Array array = Napi::Array::New(env, endPoints.size());
+    std::uint32_t index = 0;
+    for (const EndPoint& endPoint : endPoints)
+        setElement(array, index++, toJavaScript(env, endPoint));
+    return array;
 }
 
 Napi::Value BrivonAdapter::getEndpointCacheSnapshot(const Napi::CallbackInfo& info) {
+    const Napi::Env env = info.Env();
     // Copied without cacheMutex, which is part of the contract.
-    const auto snapshot = endpointCache_;
-    return toTextArray(info.Env(), snapshot, [](const auto& entry) -> const EndPoint& { return entry.second; });
+    const EndPointCache snapshot = endpointCache_;
+    Napi::Array array = Napi::Array::New(env, countOf(snapshot));
+    std::uint32_t index = 0;
+    for (const auto& entry : snapshot) {
+        for (const EndPoint& endPoint : entry.second)
+            setElement(array, index++, toJavaScript(env, endPoint));
+    }
+    return array;
 }
 
 Napi::Value BrivonAdapter::forceRefreshEndpoints(const Napi::CallbackInfo& info) {
@@ -285,23 +302,18 @@ Napi::Value BrivonAdapter::sendMessage(const Napi::CallbackInfo& info) {
         if (!info[i].IsString())
             return refuse(env, kTargetSpecifierNotString);
     }
+    static const std::string suiteTypePrefix = "brivon.SuiteMessage.";
     const auto text = [&info](std::size_t position) {
-        return position < info.Length() ? toUtf8(info[position]) : std::string();
+        return position < info.Length() ? Utf8Text(info[position]) : Utf8Text();
     };
-    const std::string type = text(0);
-    const std::string payload = text(1);
-    const std::string appId = text(2);
-    const std::string appVersion = text(3);
-    const std::string endpointId = text(4);
-    sendSuiteMessage(type, payload, appId, appVersion, endpointId);
+    sendSuiteMessage(Utf8Text(info[0], suiteTypePrefix), Utf8Text(info[1]), text(2), text(3), text(4));
     return Napi::String::New(env, "Sent");
 }
 
 // Deliberately without a catch: an exception of the library's is not turned into a JavaScript error.
-void BrivonAdapter::sendSuiteMessage(const std::string& type, const std::string& payload, const std::string& appId,
-                                     const std::string& appVersion, const std::string& endpointId) {
-    static const std::string suiteTypePrefix = "brivon.SuiteMessage.";
-    SuiteMessage message((suiteTypePrefix + type).c_str());
+void BrivonAdapter::sendSuiteMessage(const Utf8Text& fullType, const Utf8Text& payload, const Utf8Text& appId,
+                                     const Utf8Text& appVersion, const Utf8Text& endpointId) {
+    SuiteMessage message(fullType.c_str());
     const std::vector<EndPoint> destinations = selectDestinations(appId, appVersion, endpointId);
     // Read without cacheMutex, which is part of the contract.
     message.SetSource(selfEndPoint_);
@@ -315,29 +327,26 @@ void BrivonAdapter::sendSuiteMessage(const std::string& type, const std::string&
         refreshEndpoints();
 }
 
-std::vector<EndPoint> BrivonAdapter::selectDestinations(const std::string& appId, const std::string& appVersion,
-                                                        const std::string& endpointId) const {
+std::vector<EndPoint> BrivonAdapter::selectDestinations(const Utf8Text& appId, const Utf8Text& appVersion,
+                                                        const Utf8Text& endpointId) const {
+    std::vector<EndPoint> destinations;
     if (!appId.empty() && !appVersion.empty() && !endpointId.empty()) {
-        EndPoint endPoint;
+        EndPoint& endPoint = destinations.emplace_back();
         endPoint.SetAppId(appId.c_str());
         endPoint.SetAppVersion(appVersion.c_str());
         endPoint.SetId(endpointId.c_str());
-        return {endPoint};
+        return destinations;
     }
-    const std::string& key = appId.empty() ? defaultAppId_ : appId;
-    std::vector<EndPoint> destinations;
+    const std::string_view key = appId.empty() ? std::string_view(defaultAppId_) : appId.view();
     const CacheLock lock(cacheMutex);
-    const auto [first, last] = endpointCache_.equal_range(key);
-    if (!key.empty() && !appVersion.empty()) {
-        for (auto entry = first; entry != last; ++entry) {
-            if (readAppVersion(entry->second) == appVersion)
-                destinations.push_back(entry->second);
-        }
-    }
-    if (destinations.empty()) {
-        for (auto entry = first; entry != last; ++entry)
-            destinations.push_back(entry->second);
-    }
+    const auto cached = endpointCache_.find(key);
+    if (cached == endpointCache_.end())
+        return destinations;
+    if (!key.empty() && !appVersion.empty())
+        std::copy_if(cached->second.begin(), cached->second.end(), std::back_inserter(destinations),
+                     [&](const EndPoint& endPoint) { return readAppVersion(endPoint) == appVersion.view(); });
+    if (destinations.empty())
+        destinations = cached->second;
     return destinations;
 }
 
@@ -379,7 +388,7 @@ Napi::Value BrivonAdapter::removeAllListeners(const Napi::CallbackInfo& info) {
 
 void BrivonAdapter::Receive(const BrivonMessage& message) {
     try {
-        const std::string type = readType(message);
+        std::string type = readType(message);
         if (type == kUnreachableType || needsRefresh_)
             refreshEndpoints();
         if (isErrorMessage(type)) {
@@ -391,9 +400,8 @@ void BrivonAdapter::Receive(const BrivonMessage& message) {
             std::string appVersion = readAppVersion(message);
             const EndPoint source = suiteMessage.GetSource();
             std::string sourceId = readId(source);
-            std::string payload = readPayload(suiteMessage);
-            auto* record = new MessageRecord{type, std::move(appId), std::move(appVersion), std::move(sourceId),
-                                             std::move(payload)};
+            auto* record = new MessageRecord{std::move(type), std::move(appId), std::move(appVersion),
+                                             std::move(sourceId), readPayload(suiteMessage)};
             // Assigned, not or-ed: a hit clears what a send that is refused meanwhile has set.
             needsRefresh_ = insertIfNotAlreadyCached(source);
             deliverMessage(record);

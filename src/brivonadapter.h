@@ -2,6 +2,7 @@
 #ifndef BRIVONADAPTER_H
 #define BRIVONADAPTER_H
 
+#include "BrivonJS.h"
 #include "BrivonMessage5.h"
 
 #include <napi.h>
@@ -48,6 +49,8 @@ public:
 
 private:
     using EndPoint = kesta::brivon::api5::EndPoint;
+    // By application id; the endpoints of one application in the order in which they came.
+    using EndPointCache = std::map<std::string, std::vector<EndPoint>, std::less<>>;
 
     // The methods of the class, all on the JavaScript thread.
     Napi::Value sendMessage(const Napi::CallbackInfo& info);
@@ -67,11 +70,11 @@ private:
     kesta::brivon::api5::IBrivonMessageDispatcher& dispatcher(Napi::Env env) const;
 
     // JavaScript thread.
-    void sendSuiteMessage(const std::string& type, const std::string& payload, const std::string& appId,
-                          const std::string& appVersion, const std::string& endpointId);
+    void sendSuiteMessage(const Utf8Text& fullType, const Utf8Text& payload, const Utf8Text& appId,
+                          const Utf8Text& appVersion, const Utf8Text& endpointId);
     // JavaScript thread. Takes cacheMutex unless the call names one endpoint in full.
-    std::vector<EndPoint> selectDestinations(const std::string& appId, const std::string& appVersion,
-                                             const std::string& endpointId) const;
+    std::vector<EndPoint> selectDestinations(const Utf8Text& appId, const Utf8Text& appVersion,
+                                             const Utf8Text& endpointId) const;
 
     // Library threads. Each hands its record to the JavaScript thread, or drops it when no listener is set.
     static void deliverMessage(MessageRecord* record);
@@ -108,7 +111,7 @@ private:
     kesta::brivon::api5::IBrivonMessageDispatcher* brivon_ = nullptr; // the library's, counted by its instances
     std::int32_t routingMode_ = 0;                                    // only decides which switch is logged
     bool needsRefresh_ = false;
-    std::multimap<std::string, EndPoint> endpointCache_; // by application id
+    EndPointCache endpointCache_;
     EndPoint selfEndPoint_;
     std::list<MessageRecord> pendingMessages_;
     std::list<ErrorRecord> pendingErrors_;

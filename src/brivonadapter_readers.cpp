@@ -12,21 +12,20 @@ using SizeOf = std::size_t (Record::*)() const;
 template <typename Record>
 using ValueOf = void (Record::*)(char*) const;
 
+// Fetches a text of that size and answers where it ends, which is bounded, should the library leave the terminator out.
 template <typename Record>
-std::unique_ptr<char[]> fetch(const Record& record, std::size_t size, ValueOf<Record> value) {
-    std::unique_ptr<char[]> buffer(new char[size]);
-    (record.*value)(buffer.get());
-    return buffer;
+char* fetch(const Record& record, std::size_t size, ValueOf<Record> value, char* buffer) {
+    if (size == 0)
+        return buffer;
+    (record.*value)(buffer);
+    return buffer + strnlen(buffer, size);
 }
 
 template <typename Record>
-std::string readText(const Record& record, SizeOf<Record> size, ValueOf<Record> value) {
-    const std::size_t bytes = (record.*size)();
-    if (bytes == 0)
-        return {};
-    const auto buffer = fetch(record, bytes, value);
-    // Bounded, should the library leave the terminator out.
-    return {buffer.get(), strnlen(buffer.get(), bytes)};
+std::string readText(const Record& record, SizeOf<Record> sizeOf, ValueOf<Record> value) {
+    const std::size_t size = (record.*sizeOf)();
+    TextBuffer buffer(size);
+    return {buffer.data(), fetch(record, size, value, buffer.data())};
 }
 
 } // namespace
@@ -67,7 +66,10 @@ std::string readPayload(const SuiteMessage& message) {
     const std::size_t size = message.GetPayloadSize();
     if (size < 2)
         return {};
-    return std::string(fetch(message, size, &SuiteMessage::GetPayload).get(), size - 1);
+    std::string payload(size, '\0');
+    message.GetPayload(payload.data());
+    payload.pop_back();
+    return payload;
 }
 
 std::vector<EndPoint> readDestinations(const SuiteMessage& message) {
@@ -88,8 +90,25 @@ std::vector<EndPoint> listEndPoints(IBrivonMessageDispatcher& dispatcher) {
     return list;
 }
 
+EndPointText::EndPointText(const EndPoint& endPoint)
+    : EndPointText(endPoint, endPoint.GetAppIdSize(), endPoint.GetAppVersionSize(), endPoint.GetIdSize()) {}
+
+EndPointText::EndPointText(const EndPoint& endPoint, std::size_t appIdSize, std::size_t appVersionSize,
+                           std::size_t idSize)
+    : buffer_(appIdSize + appVersionSize + idSize + sizeof "{,,}") {
+    char* end = buffer_.data();
+    *end++ = '{';
+    end = fetch(endPoint, appIdSize, &EndPoint::GetAppId, end);
+    *end++ = ',';
+    end = fetch(endPoint, appVersionSize, &EndPoint::GetAppVersion, end);
+    *end++ = ',';
+    end = fetch(endPoint, idSize, &EndPoint::GetId, end);
+    *end++ = '}';
+    length_ = static_cast<std::size_t>(end - buffer_.data());
+}
+
 std::string endPointToString(const EndPoint& endPoint) {
-    return "{" + readAppId(endPoint) + "," + readAppVersion(endPoint) + "," + readId(endPoint) + "}";
+    return std::string(EndPointText(endPoint).view());
 }
 
 bool isErrorMessage(const std::string& type) {

@@ -58,14 +58,14 @@ Napi::Object BrivonControlAdapter::Init(Napi::Env env, Napi::Object exports) {
     const Napi::Function function =
         DefineClass(env, "BrivonControlAdapter",
                     {
-                        InstanceMethod("getSpecifiers", &BrivonControlAdapter::getSpecifiers),
-                        InstanceMethod("isAppInstalled", &BrivonControlAdapter::isAppInstalled),
-                        InstanceMethod("isAppRunning", &BrivonControlAdapter::isAppRunning),
-                        InstanceMethod("isAppRunningByName", &BrivonControlAdapter::isAppRunningByName),
-                        InstanceMethod("getAppPath", &BrivonControlAdapter::getAppPath),
-                        InstanceMethod("getAppVersion", &BrivonControlAdapter::getAppVersion),
-                        InstanceMethod("getProcessId", &BrivonControlAdapter::getProcessId),
-                        InstanceMethod("launchApp", &BrivonControlAdapter::launchApp),
+                        InstanceMethod<&BrivonControlAdapter::getSpecifiers>("getSpecifiers"),
+                        InstanceMethod<&BrivonControlAdapter::isAppInstalled>("isAppInstalled"),
+                        InstanceMethod<&BrivonControlAdapter::isAppRunning>("isAppRunning"),
+                        InstanceMethod<&BrivonControlAdapter::isAppRunningByName>("isAppRunningByName"),
+                        InstanceMethod<&BrivonControlAdapter::getAppPath>("getAppPath"),
+                        InstanceMethod<&BrivonControlAdapter::getAppVersion>("getAppVersion"),
+                        InstanceMethod<&BrivonControlAdapter::getProcessId>("getProcessId"),
+                        InstanceMethod<&BrivonControlAdapter::launchApp>("launchApp"),
                     });
     keepConstructor(constructor, function);
     exports.Set("BrivonControlAdapter", function);
@@ -105,7 +105,7 @@ Napi::Value BrivonControlAdapter::withSpecifier(const Napi::CallbackInfo& info, 
         return refuse(env, kWrongNumberOfArguments);
     if (!info[0].IsString())
         return refuse(env, kTargetSpecifierNotString);
-    return query(env, toUtf8(info[0]));
+    return query(env, Utf8Text(info[0]));
 }
 
 Napi::Value BrivonControlAdapter::getSpecifiers(const Napi::CallbackInfo& info) {
@@ -123,7 +123,7 @@ Napi::Value BrivonControlAdapter::getSpecifiers(const Napi::CallbackInfo& info) 
 }
 
 Napi::Value BrivonControlAdapter::ask(const Napi::CallbackInfo& info, BooleanQuery operation) const {
-    return withSpecifier(info, [&](Napi::Env env, const std::string& specifier) {
+    return withSpecifier(info, [&](Napi::Env env, const Utf8Text& specifier) {
         return Napi::Boolean::New(env, (_brivon->*operation)(specifier.c_str()));
     });
 }
@@ -142,7 +142,7 @@ Napi::Value BrivonControlAdapter::isAppRunningByName(const Napi::CallbackInfo& i
 
 // A missing path is "" here and null in getAppVersion; both are promises.
 Napi::Value BrivonControlAdapter::getAppPath(const Napi::CallbackInfo& info) {
-    return withSpecifier(info, [this](Napi::Env env, const std::string& specifier) {
+    return withSpecifier(info, [this](Napi::Env env, const Utf8Text& specifier) {
         char* path = nullptr;
         _brivon->GetAppPath(specifier.c_str(), &path);
         if (path == nullptr)
@@ -154,13 +154,13 @@ Napi::Value BrivonControlAdapter::getAppPath(const Napi::CallbackInfo& info) {
 }
 
 Napi::Value BrivonControlAdapter::getProcessId(const Napi::CallbackInfo& info) {
-    return withSpecifier(info, [this](Napi::Env env, const std::string& specifier) {
+    return withSpecifier(info, [this](Napi::Env env, const Utf8Text& specifier) {
         return Napi::Number::New(env, _brivon->GetProcessId(specifier.c_str()));
     });
 }
 
 Napi::Value BrivonControlAdapter::getAppVersion(const Napi::CallbackInfo& info) {
-    return withSpecifier(info, [this](Napi::Env env, const std::string& specifier) -> Napi::Value {
+    return withSpecifier(info, [this](Napi::Env env, const Utf8Text& specifier) -> Napi::Value {
         char* path = nullptr;
         _brivon->GetAppPath(specifier.c_str(), &path);
         if (path == nullptr)
