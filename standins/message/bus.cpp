@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <thread>
 #include <utility>
 
 namespace standins {
@@ -12,6 +13,12 @@ constexpr int backlog = 511;
 constexpr int bindAttempts = 100;
 constexpr std::uint64_t refreshTimeoutMs = 1000; // an endpoint that does not say Hello by then is listed when it does
 constexpr std::chrono::milliseconds refreshPatience(20);
+// A message that follows the one before sooner than that belongs to a burst. Bursts are gathered for a moment, since a
+// wake-up and a write for each message would cost more than the message itself; any other message is written at once.
+constexpr std::uint64_t burstGapNs = 20 * 1000;
+[[maybe_unused]] constexpr std::chrono::microseconds gatherTime(50);
+constexpr std::size_t gatherLimit = std::size_t{32} << 10;      // pending bytes that are worth a write by themselves
+constexpr std::size_t directWriteLimit = std::size_t{64} << 10; // of what a sender may write itself
 constexpr std::size_t readBytes = std::size_t{64} << 10;
 
 std::string newEndPointId() {
@@ -65,9 +72,10 @@ public:
             [](uv_stream_t* stream, ssize_t size, const uv_buf_t*) { of(stream)->read(size); });
     }
 
-    void write(wire::Buffer frames) {
+    // The first bytes may have been written already.
+    void write(wire::Buffer frames, std::size_t begun = 0) {
         writing = std::move(frames);
-        uv_buf_t buffer = uv_buf_init(writing.data(), static_cast<unsigned>(writing.size()));
+        uv_buf_t buffer = uv_buf_init(writing.data() + begun, static_cast<unsigned>(writing.size() - begun));
         request_.data = this;
         const auto done = [](uv_write_t* request, int status) {
             auto* connection = static_cast<Connection*>(request->data);
@@ -86,6 +94,7 @@ public:
     std::string peerId; // inbound: empty until its Hello
     bool isConnected = false;
     bool isGreeted = false; // the peer's Hello has arrived
+    EndPoint source;        // of the latest message
     wire::Buffer writing;   // not empty while a write is under way
     wire::Buffer spare;     // storage for the next write
 
@@ -143,7 +152,7 @@ Bus::Bus(LoopThread& thread, Events& events, const std::string& appId, const std
     : thread_(thread)
     , events_(events)
     , folder_(BusFolder::open())
-    , self_{newEndPointId(), appId, appVersion} {}
+    , self_(makeEndPoint({newEndPointId(), appId, appVersion})) {}
 
 void Bus::join() {
     std::string failure;
@@ -165,7 +174,7 @@ void Bus::listen() {
     check(uv_timer_init(loop, &refreshTimer_), "cannot make a timer");
     check(uv_async_init(loop, &writeWake_, [](uv_async_t* wake) { static_cast<Bus*>(wake->data)->writePending(); }),
           "cannot make a wake-up");
-    const std::string address = folder_.unpublishedAddress(self_.id);
+    const std::string address = folder_.unpublishedAddress(fieldsOf(self_).id);
     int status = uv_pipe_bind(&listener_, address.c_str());
     // Whoever leaves as the last of a bus removes its folder, which may have been between its opening and now.
     for (int attempt = 1; status == UV_EACCES && attempt < bindAttempts; ++attempt) {
@@ -179,14 +188,14 @@ void Bus::listen() {
                             static_cast<Bus*>(listener->data)->accept();
                     }),
           "cannot listen on " + address);
-    folder_.publish(self_.id);
+    folder_.publish(fieldsOf(self_).id);
     scan();
 }
 
 void Bus::leave() {
     thread_.run([this] {
         left_ = true;
-        folder_.remove(self_.id);
+        folder_.remove(fieldsOf(self_).id);
         for (uv_handle_t* handle : {handleOf(listener_), handleOf(writeWake_), handleOf(refreshTimer_)}) {
             if (handle->loop != nullptr && uv_is_closing(handle) == 0)
                 uv_close(handle, nullptr);
@@ -240,7 +249,7 @@ Bus::Peer& Bus::peerOf(const std::string& id) {
     Peer& peer = peers_[id];
     if (peer.order == 0) {
         peer.order = ++seen_;
-        peer.identity.id = id;
+        peer.identity = makeEndPoint({id, {}, {}});
     }
     return peer;
 }
@@ -253,7 +262,7 @@ void Bus::connected(Connection& connection, int status) {
     connection.isConnected = true;
     connection.startReading();
     wire::Buffer hello;
-    wire::appendHello(hello, self_);
+    wire::appendHello(hello, fieldsOf(self_));
     connection.write(std::move(hello));
 }
 
@@ -262,14 +271,16 @@ bool Bus::handleFrame(Connection& connection, const wire::Frame& frame) {
         EndPointFields peer;
         return wire::parseHello(frame, peer) && greeted(connection, peer);
     }
+    incoming_.source = connection.source;
     if (connection.outbound || !wire::parseMessage(frame, incoming_))
         return false;
+    connection.source = incoming_.source;
     events_.received(incoming_);
     return true;
 }
 
 bool Bus::greeted(Connection& connection, const EndPointFields& identity) {
-    if (!isEndPointId(identity.id) || identity.id == self_.id)
+    if (!isEndPointId(identity.id) || identity.id == fieldsOf(self_).id)
         return false;
     if (connection.outbound && identity.id != connection.peerId)
         return false;
@@ -282,12 +293,14 @@ bool Bus::greeted(Connection& connection, const EndPointFields& identity) {
         Peer& peer = peerOf(identity.id);
         isNew = !peer.present;
         isUnconnected = peer.out == nullptr;
-        peer.identity = identity;
+        peer.identity = makeEndPoint(identity);
         peer.present = true;
+        if (connection.outbound && connection.writing.empty())
+            peer.direct = DirectWrite(connection.pipe);
     }
     if (!connection.outbound) {
         wire::Buffer hello;
-        wire::appendHello(hello, self_);
+        wire::appendHello(hello, fieldsOf(self_));
         connection.write(std::move(hello));
     }
     if (isUnconnected)
@@ -316,11 +329,12 @@ void Bus::broken(Connection& connection, int status) {
             erase(id);
         return;
     }
-    EndPointFields identity;
+    EndPoint identity;
     {
         const std::lock_guard lock(mutex_);
         Peer& peer = peers_.at(id);
         peer.out = nullptr;
+        peer.begun = 0; // another connection gets the whole frame
         peer.queued = peer.pending.size();
         identity = peer.identity;
     }
@@ -358,7 +372,7 @@ void Bus::erase(const std::string& id) {
         changed();
 }
 
-void Bus::reportUndelivered(const wire::Buffer& frames, const EndPointFields& destination) {
+void Bus::reportUndelivered(const wire::Buffer& frames, const EndPoint& destination) {
     wire::Frame frame{};
     for (std::size_t at = 0;
          wire::findFrame(frames.data() + at, frames.size() - at, wire::frameLimit, frame) == wire::Found::Frame;
@@ -370,6 +384,10 @@ void Bus::reportUndelivered(const wire::Buffer& frames, const EndPointFields& de
 
 void Bus::close(Connection& connection) {
     connections_.erase(&connection);
+    if (connection.outbound) {
+        const std::lock_guard lock(mutex_);
+        peers_.at(connection.peerId).direct = DirectWrite();
+    }
     uv_close(handleOf(connection.pipe), [](uv_handle_t* handle) { delete static_cast<Connection*>(handle->data); });
 }
 
@@ -387,7 +405,7 @@ BrivonMessageErrorCode Bus::send(const MessageFields& message) {
         return statusMessageTooLarge;
     const bool isBroadcast = message.destinations.empty();
     std::vector<Peer*> receivers;
-    std::vector<EndPointFields> missing;
+    std::vector<EndPoint> missing;
     bool isForSelf = false;
     {
         const std::lock_guard lock(mutex_);
@@ -398,12 +416,12 @@ BrivonMessageErrorCode Bus::send(const MessageFields& message) {
             }
         }
         for (const EndPoint& destination : message.destinations) {
-            const EndPointFields& fields = fieldsOf(destination);
-            const auto peer = peers_.find(fields.id);
-            if (fields.id == self_.id)
+            const std::string& id = fieldsOf(destination).id;
+            const auto peer = peers_.find(id);
+            if (id == fieldsOf(self_).id)
                 isForSelf = true;
             else if (peer == peers_.end() || !peer->second.present)
-                missing.push_back(fields);
+                missing.push_back(destination);
             else
                 receivers.push_back(&peer->second);
         }
@@ -413,14 +431,12 @@ BrivonMessageErrorCode Bus::send(const MessageFields& message) {
         if (isForSelf && queuedForSelf_ != 0 && queuedForSelf_ + size > queueLimit)
             return statusQueueFull;
         queuedForSelf_ += isForSelf ? size : 0;
+        const std::uint64_t now = uv_hrtime();
         for (Peer* peer : receivers) {
-            const auto kind = isBroadcast ? wire::Kind::BroadcastMessage : wire::Kind::AddressedMessage;
-            wire::appendMessage(peer->pending, kind, message);
-            peer->queued += size;
-        }
-        if (!receivers.empty() && !writeScheduled_) {
-            writeScheduled_ = true;
-            uv_async_send(&writeWake_);
+            wire::appendMessage(peer->pending,
+                                isBroadcast ? wire::Kind::BroadcastMessage : wire::Kind::AddressedMessage, message);
+            // With many receivers, the library's thread writes: a sender is not to be held up by them.
+            queue(*peer, size, receivers.size() == 1, now);
         }
     }
     if (isForSelf)
@@ -431,12 +447,46 @@ BrivonMessageErrorCode Bus::send(const MessageFields& message) {
             }
             events_.received(message);
         });
-    for (const EndPointFields& destination : missing)
+    for (const EndPoint& destination : missing)
         later([this, destination] { events_.unreachable(destination); });
     return BrivonMessageErrorCode_Success;
 }
 
+// With mutex_ held. The frame stands at the end of what is pending.
+void Bus::queue(Peer& peer, std::size_t size, bool mayWrite, std::uint64_t now) {
+    const bool isInBurst = now - std::exchange(peer.sentAt, now) < burstGapNs;
+    if (mayWrite && !isInBurst && peer.queued == 0 && size <= directWriteLimit) {
+        const std::size_t written = peer.direct.write(peer.pending.data(), size);
+        if (written == size) {
+            peer.pending.clear();
+            return;
+        }
+        peer.begun = written;
+    }
+    peer.queued += size;
+    gathers_ = isInBurst && peer.pending.size() < gatherLimit;
+    wakeWriter();
+}
+
+// With mutex_ held.
+void Bus::wakeWriter() {
+    if (!std::exchange(writeScheduled_, true))
+        uv_async_send(&writeWake_);
+}
+
+void Bus::gatherBurst() {
+#if !defined(_WIN32) // where no sleep is that short
+    {
+        const std::lock_guard lock(mutex_);
+        if (!std::exchange(gathers_, false))
+            return;
+    }
+    std::this_thread::sleep_for(gatherTime);
+#endif
+}
+
 void Bus::writePending() {
+    gatherBurst();
     std::vector<Peer*> writable;
     {
         const std::lock_guard lock(mutex_);
@@ -455,12 +505,14 @@ void Bus::writePending(Peer& peer) {
     if (connection == nullptr || !connection->isConnected || !connection->writing.empty())
         return;
     wire::Buffer frames = std::move(connection->spare);
+    std::size_t begun = 0;
     {
         const std::lock_guard lock(mutex_);
         frames.swap(peer.pending);
+        begun = std::exchange(peer.begun, 0);
     }
     if (!frames.empty())
-        connection->write(std::move(frames));
+        connection->write(std::move(frames), begun);
 }
 
 void Bus::written(Connection& connection, int status) {
@@ -477,15 +529,15 @@ void Bus::written(Connection& connection, int status) {
         wire::Buffer().swap(connection.spare);
     if (!connection.outbound)
         return;
-    Peer* peer = nullptr;
-    {
-        const std::lock_guard lock(mutex_);
-        peer = &peers_.at(connection.peerId);
-        peer->queued = peer->pending.size();
-        if (peer->queued == 0)
-            drained_.notify_all();
-    }
-    writePending(*peer);
+    const std::lock_guard lock(mutex_);
+    Peer& peer = peers_.at(connection.peerId);
+    if (connection.isGreeted)
+        peer.direct = DirectWrite(connection.pipe);
+    peer.queued = peer.pending.size();
+    if (peer.queued == 0)
+        drained_.notify_all();
+    else
+        wakeWriter();
 }
 
 // ---- Endpoints
@@ -501,7 +553,7 @@ std::vector<EndPoint> Bus::endPoints() const {
     std::vector<EndPoint> endPoints;
     endPoints.reserve(present.size());
     for (const Peer* peer : present)
-        endPoints.push_back(makeEndPoint(peer->identity));
+        endPoints.push_back(peer->identity);
     return endPoints;
 }
 
@@ -538,7 +590,7 @@ bool Bus::isRefreshing() const {
 
 void Bus::scan() {
     for (const std::string& id : folder_.list()) {
-        bool isKnown = id == self_.id;
+        bool isKnown = id == fieldsOf(self_).id;
         if (!isKnown) {
             const std::lock_guard lock(mutex_);
             const auto peer = peers_.find(id);

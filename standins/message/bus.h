@@ -5,6 +5,7 @@
 #define STANDINS_MESSAGE_BUS_H
 
 #include "bus_folder.h"
+#include "direct_write.h"
 #include "loop_thread.h"
 #include "records.h"
 #include "wire.h"
@@ -32,7 +33,7 @@ public:
         virtual void endPointsChanged() = 0;
         virtual void received(const MessageFields& message) = 0;
         // A message to this destination could not be delivered.
-        virtual void unreachable(const EndPointFields& destination) = 0;
+        virtual void unreachable(const EndPoint& destination) = 0;
 
     protected:
         ~Events() = default;
@@ -53,10 +54,10 @@ public:
     // Any thread but the library's. No event comes after it returns.
     void leave();
     // Any thread, while the process exits: others need not find out by themselves.
-    void unpublish() const { folder_.remove(self_.id); }
+    void unpublish() const { folder_.remove(fieldsOf(self_).id); }
 
     // What follows may be called on any thread.
-    const EndPointFields& self() const { return self_; }
+    const EndPoint& self() const { return self_; }
     // The other endpoints, in the order in which they were first seen.
     std::vector<EndPoint> endPoints() const;
     // Looks for endpoints in the folder. Whatever it finds, endPointsChanged follows.
@@ -70,11 +71,14 @@ private:
     class Connection;
 
     struct Peer {
-        EndPointFields identity;
+        EndPoint identity;
         bool present = false;      // its Hello has arrived
         std::size_t order = 0;     // in which it was first seen
         wire::Buffer pending;      // frames that no write has taken yet
+        std::size_t begun = 0;     // bytes of the first of them that have been written
         std::size_t queued = 0;    // bytes pending and being written
+        DirectWrite direct;        // for senders, while nothing is queued
+        std::uint64_t sentAt = 0;  // the time of the latest send
         Connection* out = nullptr; // library thread only
         bool lost = false;         // library thread only: gone, once what it sent before has been read
     };
@@ -92,13 +96,16 @@ private:
     void connected(Connection& connection, int status);
     bool handleFrame(Connection& connection, const wire::Frame& frame);
     bool greeted(Connection& connection, const EndPointFields& peer);
+    void queue(Peer& peer, std::size_t size, bool mayWrite, std::uint64_t now);
+    void wakeWriter();
+    void gatherBurst();
     void writePending();
     void writePending(Peer& peer);
     void written(Connection& connection, int status);
     void broken(Connection& connection, int status = 0);
     void lose(const std::string& id);
     void erase(const std::string& id);
-    void reportUndelivered(const wire::Buffer& frames, const EndPointFields& destination);
+    void reportUndelivered(const wire::Buffer& frames, const EndPoint& destination);
     void close(Connection& connection);
     void settleRefresh(bool timeIsUp);
     void changed();
@@ -107,7 +114,7 @@ private:
     LoopThread& thread_;
     Events& events_;
     BusFolder folder_;
-    EndPointFields self_;
+    EndPoint self_;
 
     // Library thread only.
     uv_pipe_t listener_{};
@@ -121,6 +128,7 @@ private:
     Peers peers_;              // entries are added and erased on the library thread only
     std::size_t seen_ = 0;
     bool writeScheduled_ = false;
+    bool gathers_ = false;          // a burst waits to be written
     std::size_t queuedForSelf_ = 0; // bytes of messages to this very endpoint
     bool scanPosted_ = false;
     std::size_t refreshesAsked_ = 0;

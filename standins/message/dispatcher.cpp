@@ -43,7 +43,7 @@ MessageFields toMessageFields(const Value& value) {
     fields.type = value["type"].toText("type");
     fields.appId = value["appId"].toText("appId");
     fields.appVersion = value["appVersion"].toText("appVersion");
-    fields.source = toEndPointFields(value["source"]);
+    fields.source = makeEndPoint(toEndPointFields(value["source"]));
     fields.payload = value["payload"].toText("payload");
     fields.payloadSizeIsZero = value["payload"].isNull();
     fields.error = value["error"].toText("error");
@@ -84,9 +84,9 @@ BrivonMessageErrorCode Dispatcher::setConfig(const char* first, const char* seco
     if (script_.isOn())
         status = toStatus(scripted("SetConfig", {first, second}));
     const std::lock_guard lock(mutex_);
-    if (bus_ != nullptr && (bus_->self().appId != first || bus_->self().appVersion != second))
-        complain("already on the bus as {" + bus_->self().appId + "," + bus_->self().appVersion + "}; {" + first + "," +
-                 second + "} does not take effect before all adapters of this process are gone");
+    if (bus_ != nullptr && (fieldsOf(bus_->self()).appId != first || fieldsOf(bus_->self()).appVersion != second))
+        complain("already on the bus as {" + fieldsOf(bus_->self()).appId + "," + fieldsOf(bus_->self()).appVersion +
+                 "}; {" + first + "," + second + "} does not take effect before all adapters of this process are gone");
     config_.appId = first;
     config_.appVersion = second;
     return status;
@@ -176,18 +176,18 @@ BrivonMessageErrorCode Dispatcher::Send(const SuiteMessage& message) {
     if (script_.isOn()) {
         const Value sent = Object{{"type", fields.type},
                                   {"payload", fields.payload},
-                                  {"source", toValue(fields.source)},
+                                  {"source", toValue(fieldsOf(fields.source))},
                                   {"destinations", toList(fields.destinations)}};
         return toStatus(scripted("Send", {sent}));
     }
     if (bus_ == nullptr)
         return statusNotJoined;
-    const EndPointFields& self = bus_->self();
+    const EndPointFields& self = fieldsOf(bus_->self());
     fields.appId = self.appId;
     fields.appVersion = self.appVersion;
     // Nobody could answer a source without an id, which is what a program sends before it has seen its own endpoint.
-    if (fields.source.id.empty())
-        fields.source = self;
+    if (fieldsOf(fields.source).id.empty())
+        fields.source = bus_->self();
     return bus_->send(fields);
 }
 
@@ -256,7 +256,7 @@ bool Dispatcher::IsRefreshing() {
 
 EndPoint Dispatcher::GetSelfEndPoint() {
     if (!script_.isOn())
-        return makeEndPoint(bus_->self());
+        return bus_->self();
     const std::optional<Value> answer = scripted("GetSelfEndPoint");
     if (answer)
         return makeEndPoint(toEndPointFields(*answer));
@@ -355,11 +355,12 @@ void Dispatcher::received(const MessageFields& message) {
 
 // Comes back twice: as an error to those who listen for errors, and as a message of its own type to every listener,
 // which makes an adapter ask for a new endpoint list whichever listener it has.
-void Dispatcher::unreachable(const EndPointFields& destination) {
+void Dispatcher::unreachable(const EndPoint& destination) {
+    const EndPointFields& fields = fieldsOf(destination);
     MessageFields error;
     error.type = ErrorMessage::TYPE;
     error.error = unreachableText;
-    error.fault = "{" + destination.appId + "," + destination.appVersion + "," + destination.id + "}";
+    error.fault = "{" + fields.appId + "," + fields.appVersion + "," + fields.id + "}";
     received(error);
 
     MessageFields notice;

@@ -68,7 +68,7 @@ private:
     // Library thread.
     void endPointsChanged() override;
     void received(const MessageFields& message) override;
-    void unreachable(const EndPointFields& destination) override;
+    void unreachable(const EndPoint& destination) override;
     void deliver(const MessageFields& message, const std::vector<Listener*>& listeners);
     // One of this object's lists, as it is now.
     std::vector<Listener*> snapshot(const std::vector<Listener*>& listeners);

@@ -1,15 +1,50 @@
 #include "records.h"
 
+#include <atomic>
 #include <cstring>
+#include <utility>
 
 namespace {
 
 using standins::EndPointFields;
 using standins::MessageFields;
 
-EndPointFields& endPointFields(void* fields) {
-    return *static_cast<EndPointFields*>(fields);
+// What copies of an endpoint share until one of them is changed. There is none behind an endpoint without fields.
+struct SharedFields {
+    EndPointFields fields;
+    std::atomic<unsigned> users{1};
+};
+
+SharedFields* shared(void* fields) {
+    return static_cast<SharedFields*>(fields);
 }
+
+const EndPointFields& endPointFields(const void* fields) {
+    static const EndPointFields& none = *new EndPointFields;
+    return fields == nullptr ? none : static_cast<const SharedFields*>(fields)->fields;
+}
+
+void* use(void* fields) {
+    if (fields != nullptr)
+        ++shared(fields)->users;
+    return fields;
+}
+
+void release(void* fields) {
+    if (fields != nullptr && --shared(fields)->users == 0)
+        delete shared(fields);
+}
+
+// The fields for a change, which no other endpoint sees.
+EndPointFields& ownFields(void*& fields) {
+    if (fields == nullptr || shared(fields)->users != 1) {
+        void* copy = new SharedFields{endPointFields(fields)};
+        release(fields);
+        fields = copy;
+    }
+    return shared(fields)->fields;
+}
+
 MessageFields& messageFields(void* fields) {
     return *static_cast<MessageFields*>(fields);
 }
@@ -27,20 +62,21 @@ void write(const std::string& text, char* buffer) {
 namespace kesta::brivon::api5 {
 
 EndPoint::EndPoint()
-    : fields_(new EndPointFields) {}
+    : fields_(nullptr) {}
 EndPoint::EndPoint(const EndPoint& other)
-    : fields_(new EndPointFields(endPointFields(other.fields_))) {}
+    : fields_(use(other.fields_)) {}
 EndPoint& EndPoint::operator=(const EndPoint& other) {
-    if (this != &other)
-        endPointFields(fields_) = endPointFields(other.fields_);
+    // What is equal stays as it is: programs read their own endpoint while it is assigned anew.
+    if (fields_ != other.fields_ && !(endPointFields(fields_) == endPointFields(other.fields_)))
+        release(std::exchange(fields_, use(other.fields_)));
     return *this;
 }
 EndPoint::~EndPoint() {
-    delete &endPointFields(fields_);
+    release(fields_);
 }
 
 void EndPoint::SetId(const char* id) {
-    endPointFields(fields_).id = id;
+    ownFields(fields_).id = id;
 }
 size_t EndPoint::GetIdSize() const {
     return sizeOf(endPointFields(fields_).id);
@@ -50,7 +86,7 @@ void EndPoint::GetId(char* id) const {
 }
 
 void EndPoint::SetAppId(const char* appId) {
-    endPointFields(fields_).appId = appId;
+    ownFields(fields_).appId = appId;
 }
 size_t EndPoint::GetAppIdSize() const {
     return sizeOf(endPointFields(fields_).appId);
@@ -60,7 +96,7 @@ void EndPoint::GetAppId(char* appId) const {
 }
 
 void EndPoint::SetAppVersion(const char* appVersion) {
-    endPointFields(fields_).appVersion = appVersion;
+    ownFields(fields_).appVersion = appVersion;
 }
 size_t EndPoint::GetAppVersionSize() const {
     return sizeOf(endPointFields(fields_).appVersion);
@@ -70,7 +106,10 @@ void EndPoint::GetAppVersion(char* appVersion) const {
 }
 
 BrivonMessage::BrivonMessage(const char* type)
-    : fields_(new MessageFields) {
+    : fields_(nullptr) {
+    if (type == nullptr)
+        return; // one of the library's own, which borrows its fields
+    fields_ = new MessageFields;
     messageFields(fields_).type = type;
 }
 BrivonMessage::~BrivonMessage() {
@@ -103,10 +142,10 @@ SuiteMessage::SuiteMessage(const char* type)
 SuiteMessage::~SuiteMessage() = default;
 
 void SuiteMessage::SetSource(const EndPoint& source) {
-    messageFields(fields_).source = standins::fieldsOf(source);
+    messageFields(fields_).source = source;
 }
 EndPoint SuiteMessage::GetSource() const {
-    return standins::makeEndPoint(messageFields(fields_).source);
+    return messageFields(fields_).source;
 }
 
 void SuiteMessage::SetDestinations(const EndPoint* destinations, size_t count) {
@@ -133,7 +172,7 @@ void SuiteMessage::GetPayload(char* payload) const {
 const char* const ErrorMessage::TYPE = "brivon.ErrorMessage";
 
 ErrorMessage::ErrorMessage()
-    : BrivonMessage(TYPE) {}
+    : BrivonMessage(nullptr) {}
 ErrorMessage::~ErrorMessage() = default;
 
 size_t ErrorMessage::GetErrorSize() const {
@@ -159,18 +198,23 @@ namespace {
 
 // A derived class may name the protected pointer of any object of its base.
 struct OpenEndPoint : EndPoint {
-    static EndPointFields& of(const EndPoint& endPoint) { return endPointFields(endPoint.*(&OpenEndPoint::fields_)); }
+    explicit OpenEndPoint(EndPointFields fields) { fields_ = new SharedFields{std::move(fields)}; }
+    static const EndPointFields& of(const EndPoint& endPoint) {
+        return endPointFields(endPoint.*(&OpenEndPoint::fields_));
+    }
 };
 struct OpenMessage : BrivonMessage {
     static MessageFields& of(const BrivonMessage& message) { return messageFields(message.*(&OpenMessage::fields_)); }
 };
 
+void* borrow(const MessageFields& fields) {
+    return const_cast<MessageFields*>(&fields); // only setters change fields, and received messages have none
+}
+
 } // namespace
 
-EndPoint makeEndPoint(const EndPointFields& fields) {
-    EndPoint endPoint;
-    OpenEndPoint::of(endPoint) = fields;
-    return endPoint;
+EndPoint makeEndPoint(EndPointFields fields) {
+    return OpenEndPoint(std::move(fields));
 }
 
 const EndPointFields& fieldsOf(const EndPoint& endPoint) {
@@ -188,15 +232,24 @@ bool isSuiteType(const std::string& type) {
 }
 
 OwnSuiteMessage::OwnSuiteMessage(const MessageFields& fields)
-    : SuiteMessage("") {
-    messageFields(fields_) = fields;
+    : SuiteMessage(nullptr) {
+    fields_ = borrow(fields);
+}
+OwnSuiteMessage::~OwnSuiteMessage() {
+    fields_ = nullptr;
 }
 OwnErrorMessage::OwnErrorMessage(const MessageFields& fields) {
-    messageFields(fields_) = fields;
+    fields_ = borrow(fields);
+}
+OwnErrorMessage::~OwnErrorMessage() {
+    fields_ = nullptr;
 }
 OwnMessage::OwnMessage(const MessageFields& fields)
-    : BrivonMessage("") {
-    messageFields(fields_) = fields;
+    : BrivonMessage(nullptr) {
+    fields_ = borrow(fields);
+}
+OwnMessage::~OwnMessage() {
+    fields_ = nullptr;
 }
 
 } // namespace standins

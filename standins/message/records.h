@@ -18,6 +18,10 @@ struct EndPointFields {
     std::string id;
     std::string appId;
     std::string appVersion;
+
+    bool operator==(const EndPointFields& other) const {
+        return id == other.id && appId == other.appId && appVersion == other.appVersion;
+    }
 };
 
 // One set of fields serves every kind of message.
@@ -25,7 +29,7 @@ struct MessageFields {
     std::string type;
     std::string appId;
     std::string appVersion;
-    EndPointFields source;
+    EndPoint source;
     std::vector<EndPoint> destinations;
     std::string payload;
     bool payloadSizeIsZero = false; // an empty payload may have size 0 or 1
@@ -33,7 +37,7 @@ struct MessageFields {
     std::string fault;
 };
 
-EndPoint makeEndPoint(const EndPointFields& fields);
+EndPoint makeEndPoint(EndPointFields fields);
 const EndPointFields& fieldsOf(const EndPoint& endPoint);
 MessageFields& fieldsOf(const SuiteMessage& message);
 
@@ -44,15 +48,18 @@ void withMessage(const MessageFields& fields, Use use);
 bool isErrorType(const std::string& type);
 bool isSuiteType(const std::string& type);
 
-// Messages of the library's own making.
+// Messages of the library's own making, which borrow their fields.
 struct OwnSuiteMessage final : SuiteMessage {
     explicit OwnSuiteMessage(const MessageFields& fields);
+    ~OwnSuiteMessage() override;
 };
 struct OwnErrorMessage final : ErrorMessage {
     explicit OwnErrorMessage(const MessageFields& fields);
+    ~OwnErrorMessage() override;
 };
 struct OwnMessage final : BrivonMessage {
     explicit OwnMessage(const MessageFields& fields);
+    ~OwnMessage() override;
 };
 
 template <typename Use>

@@ -1,6 +1,7 @@
 #include "wire.h"
 
 #include <cstring>
+#include <string_view>
 
 namespace standins::wire {
 
@@ -9,34 +10,64 @@ namespace {
 // Bumped whenever frames change; endpoints of different builds refuse each other.
 constexpr char protocol[] = "brivon-bus-1";
 
-template <typename Message, typename Visit>
-void visitMessage(Message& message, Visit visit) {
+template <typename Visit>
+void visitMessage(const MessageFields& message, Visit visit) {
+    const EndPointFields& source = fieldsOf(message.source);
     visit(message.type);
     visit(message.appId);
     visit(message.appVersion);
-    visit(message.source.id);
-    visit(message.source.appId);
-    visit(message.source.appVersion);
+    visit(source.id);
+    visit(source.appId);
+    visit(source.appVersion);
     visit(message.payload);
 }
 
-template <typename Peer, typename Visit>
-void visitHello(Peer& peer, Visit visit) {
-    visit(peer.id);
-    visit(peer.appId);
-    visit(peer.appVersion);
+template <typename Visit>
+void visitHello(const EndPointFields& self, Visit visit) {
+    visit(protocol);
+    visit(self.id);
+    visit(self.appId);
+    visit(self.appVersion);
 }
 
-void appendLength(Buffer& buffer, std::size_t length) {
-    const auto number = static_cast<std::uint32_t>(length);
-    char bytes[lengthBytes];
-    std::memcpy(bytes, &number, lengthBytes);
-    buffer.insert(buffer.end(), bytes, bytes + lengthBytes);
+// Puts numbers and fields where there is room for them.
+class FieldWriter {
+public:
+    explicit FieldWriter(char* at)
+        : at_(at) {}
+
+    void length(std::size_t length) {
+        const auto number = static_cast<std::uint32_t>(length);
+        std::memcpy(at_, &number, lengthBytes);
+        at_ += lengthBytes;
+    }
+    void kind(Kind kind) { *at_++ = static_cast<char>(kind); }
+    void operator()(std::string_view field) {
+        length(field.size());
+        std::memcpy(at_, field.data(), field.size());
+        at_ += field.size();
+    }
+
+private:
+    char* at_;
+};
+
+// visitFields hands every field over to what it is given.
+template <typename VisitFields>
+std::size_t frameSize(VisitFields visitFields) {
+    std::size_t size = lengthBytes + 1;
+    visitFields([&size](std::string_view field) { size += lengthBytes + field.size(); });
+    return size;
 }
 
-void appendField(Buffer& buffer, const std::string& field) {
-    appendLength(buffer, field.size());
-    buffer.insert(buffer.end(), field.begin(), field.end());
+template <typename VisitFields>
+void appendFrame(Buffer& buffer, Kind kind, std::size_t size, VisitFields visitFields) {
+    const std::size_t start = buffer.size();
+    buffer.resize(start + size);
+    FieldWriter writer(&buffer[start]);
+    writer.length(size - lengthBytes);
+    writer.kind(kind);
+    visitFields([&writer](std::string_view field) { writer(field); });
 }
 
 std::size_t readLength(const char* data) {
@@ -45,23 +76,23 @@ std::size_t readLength(const char* data) {
     return number;
 }
 
-// Takes fields off a frame one by one. Once a field does not fit, every later one fails too.
+// Takes fields off a frame one by one. Once a field does not fit, every later one is empty.
 class FieldReader {
 public:
     explicit FieldReader(const Frame& frame)
         : data_(frame.data + 1)
         , left_(frame.size - 1) {}
 
-    void operator()(std::string& field) {
+    std::string_view next() {
         if (left_ < lengthBytes || readLength(data_) > left_ - lengthBytes) {
             bad_ = true;
             left_ = 0;
-            return;
+            return {};
         }
-        const std::size_t length = readLength(data_);
-        field.assign(data_ + lengthBytes, length);
-        data_ += lengthBytes + length;
-        left_ -= lengthBytes + length;
+        const std::string_view field(data_ + lengthBytes, readLength(data_));
+        data_ += lengthBytes + field.size();
+        left_ -= lengthBytes + field.size();
+        return field;
     }
     bool isComplete() const { return !bad_ && left_ == 0; }
 
@@ -71,27 +102,30 @@ private:
     bool bad_ = false;
 };
 
+// Most messages of a connection have the source of the one before.
+void readSource(FieldReader& reader, EndPoint& source) {
+    const EndPointFields& known = fieldsOf(source);
+    const std::string_view id = reader.next();
+    const std::string_view appId = reader.next();
+    const std::string_view appVersion = reader.next();
+    if (id != known.id || appId != known.appId || appVersion != known.appVersion)
+        source = makeEndPoint({std::string(id), std::string(appId), std::string(appVersion)});
+}
+
 } // namespace
 
 std::size_t messageFrameSize(const MessageFields& message) {
-    std::size_t size = lengthBytes + 1;
-    visitMessage(message, [&size](const std::string& field) { size += lengthBytes + field.size(); });
-    return size;
+    return frameSize([&message](auto visit) { visitMessage(message, visit); });
 }
 
 void appendMessage(Buffer& buffer, Kind kind, const MessageFields& message) {
-    appendLength(buffer, messageFrameSize(message) - lengthBytes);
-    buffer.push_back(static_cast<char>(kind));
-    visitMessage(message, [&buffer](const std::string& field) { appendField(buffer, field); });
+    const auto fields = [&message](auto visit) { visitMessage(message, visit); };
+    appendFrame(buffer, kind, frameSize(fields), fields);
 }
 
 void appendHello(Buffer& buffer, const EndPointFields& self) {
-    Buffer body;
-    appendField(body, protocol);
-    visitHello(self, [&body](const std::string& field) { appendField(body, field); });
-    appendLength(buffer, body.size() + 1);
-    buffer.push_back(static_cast<char>(Kind::Hello));
-    buffer.insert(buffer.end(), body.begin(), body.end());
+    const auto fields = [&self](auto visit) { visitHello(self, visit); };
+    appendFrame(buffer, Kind::Hello, frameSize(fields), fields);
 }
 
 Found findFrame(const char* data, std::size_t size, std::size_t limit, Frame& frame) {
@@ -110,7 +144,11 @@ bool parseMessage(const Frame& frame, MessageFields& message) {
     if (frame.kind() != Kind::AddressedMessage && frame.kind() != Kind::BroadcastMessage)
         return false;
     FieldReader reader(frame);
-    visitMessage(message, [&reader](std::string& field) { reader(field); });
+    message.type = reader.next();
+    message.appId = reader.next();
+    message.appVersion = reader.next();
+    readSource(reader, message.source);
+    message.payload = reader.next();
     return reader.isComplete();
 }
 
@@ -118,9 +156,10 @@ bool parseHello(const Frame& frame, EndPointFields& peer) {
     if (frame.kind() != Kind::Hello)
         return false;
     FieldReader reader(frame);
-    std::string spoken;
-    reader(spoken);
-    visitHello(peer, [&reader](std::string& field) { reader(field); });
+    const std::string_view spoken = reader.next();
+    peer.id = reader.next();
+    peer.appId = reader.next();
+    peer.appVersion = reader.next();
     return reader.isComplete() && spoken == protocol;
 }
 
