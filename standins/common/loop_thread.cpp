@@ -20,7 +20,7 @@ LoopThread::LoopThread() {
     check(uv_async_init(&loop_, &wake_, [](uv_async_t* wake) { static_cast<LoopThread*>(wake->data)->runTasks(); }),
           "cannot make an event loop's wake-up");
     // Assigned before the first task is posted, and so before anything asks isCurrent on the new thread.
-    thread_ = std::thread([this] { uv_run(&loop_, UV_RUN_DEFAULT); });
+    thread_ = std::thread([this] { runLoop(); });
 }
 
 LoopThread::~LoopThread() {
@@ -58,6 +58,15 @@ void LoopThread::run(const Task& task) {
     });
     std::unique_lock lock(mutex);
     ran.wait(lock, [&] { return done; });
+}
+
+void LoopThread::runLoop() {
+    bool isPolling = false;
+    while (uv_run(&loop_, isPolling ? UV_RUN_NOWAIT : UV_RUN_ONCE) != 0) {
+        isPolling = pollUntil_ != 0 && uv_hrtime() < pollUntil_;
+        if (isPolling)
+            std::this_thread::yield();
+    }
 }
 
 void LoopThread::runTasks() {

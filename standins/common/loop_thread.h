@@ -4,6 +4,7 @@
 
 #include <uv.h>
 
+#include <cstdint>
 #include <functional>
 #include <mutex>
 #include <thread>
@@ -30,13 +31,18 @@ public:
 
     // For use on this thread only.
     uv_loop_t* loop() { return &loop_; }
+    // This thread. Until that time (of uv_hrtime) it looks for events over and over, which finds them sooner than being
+    // woken does and costs its processor's time.
+    void pollUntil(std::uint64_t time) { pollUntil_ = time; }
 
 private:
+    void runLoop();
     void runTasks();
 
     uv_loop_t loop_{};
     uv_async_t wake_{};
-    std::mutex mutex_; // guards tasks_ and stopping_
+    std::uint64_t pollUntil_ = 0; // this thread only
+    std::mutex mutex_;            // guards tasks_ and stopping_
     std::vector<Task> tasks_;
     bool stopping_ = false;
     std::thread thread_;

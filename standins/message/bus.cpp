@@ -19,6 +19,9 @@ constexpr std::uint64_t burstGapNs = 20 * 1000;
 [[maybe_unused]] constexpr std::chrono::microseconds gatherTime(50);
 constexpr std::size_t gatherLimit = std::size_t{32} << 10;      // pending bytes that are worth a write by themselves
 constexpr std::size_t directWriteLimit = std::size_t{64} << 10; // of what a sender may write itself
+// While messages come one by one and soon after each other, as answers do, the library's thread polls for the next.
+constexpr std::uint64_t soonNs = 500 * 1000;
+constexpr std::uint64_t pollTimeNs = 100 * 1000;
 constexpr std::size_t readBytes = std::size_t{64} << 10;
 
 std::string newEndPointId() {
@@ -112,8 +115,11 @@ private:
     void read(ssize_t size) {
         if (size == 0)
             return;
+        const std::size_t before = bus_.received_;
         if (size < 0 || !consume(readBuffer_.data(), static_cast<std::size_t>(size)))
             bus_.broken(*this);
+        else
+            bus_.awaitNext(bus_.received_ - before);
     }
 
     // Handles every whole frame and keeps the rest. False: the connection is not to be read any further.
@@ -275,8 +281,18 @@ bool Bus::handleFrame(Connection& connection, const wire::Frame& frame) {
     if (connection.outbound || !wire::parseMessage(frame, incoming_))
         return false;
     connection.source = incoming_.source;
+    ++received_;
     events_.received(incoming_);
     return true;
+}
+
+// After a read that has brought so many messages.
+void Bus::awaitNext(std::size_t messages) {
+    if (messages == 0)
+        return;
+    const std::uint64_t now = uv_hrtime();
+    const bool isSoon = now - std::exchange(receivedAt_, now) < soonNs;
+    thread_.pollUntil(isSoon && messages == 1 ? now + pollTimeNs : 0);
 }
 
 bool Bus::greeted(Connection& connection, const EndPointFields& identity) {

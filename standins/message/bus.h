@@ -95,6 +95,7 @@ private:
     Peer& peerOf(const std::string& id);
     void connected(Connection& connection, int status);
     bool handleFrame(Connection& connection, const wire::Frame& frame);
+    void awaitNext(std::size_t messages);
     bool greeted(Connection& connection, const EndPointFields& peer);
     void queue(Peer& peer, std::size_t size, bool mayWrite, std::uint64_t now);
     void wakeWriter();
@@ -122,6 +123,8 @@ private:
     uv_timer_t refreshTimer_{};
     std::set<Connection*> connections_;
     MessageFields incoming_;
+    std::size_t received_ = 0;     // messages
+    std::uint64_t receivedAt_ = 0; // the time of the latest read of messages
     bool left_ = false;
 
     mutable std::mutex mutex_; // guards what follows; never held across an event
