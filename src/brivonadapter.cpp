@@ -329,17 +329,17 @@ void BrivonAdapter::sendSuiteMessage(const Utf8Text& fullType, const Utf8Text& p
 
 std::vector<EndPoint> BrivonAdapter::selectDestinations(const Utf8Text& appId, const Utf8Text& appVersion,
                                                         const Utf8Text& endpointId) const {
-    std::vector<EndPoint> destinations;
     if (!appId.empty() && !appVersion.empty() && !endpointId.empty()) {
-        EndPoint& endPoint = destinations.emplace_back();
-        endPoint.SetAppId(appId.c_str());
-        endPoint.SetAppVersion(appVersion.c_str());
-        endPoint.SetId(endpointId.c_str());
-        return destinations;
+        std::vector<EndPoint> named(1);
+        named.front().SetAppId(appId.c_str());
+        named.front().SetAppVersion(appVersion.c_str());
+        named.front().SetId(endpointId.c_str());
+        return named;
     }
     const std::string_view key = appId.empty() ? std::string_view(defaultAppId_) : appId.view();
     const CacheLock lock(cacheMutex);
     const auto cached = endpointCache_.find(key);
+    std::vector<EndPoint> destinations;
     if (cached == endpointCache_.end())
         return destinations;
     if (!key.empty() && !appVersion.empty())

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <stdexcept>
-#include <thread>
 #include <utility>
 
 namespace standins {
@@ -13,11 +12,9 @@ constexpr int backlog = 511;
 constexpr int bindAttempts = 100;
 constexpr std::uint64_t refreshTimeoutMs = 1000; // an endpoint that does not say Hello by then is listed when it does
 constexpr std::chrono::milliseconds refreshPatience(20);
-// A message that follows the one before sooner than that belongs to a burst. Bursts are gathered for a moment, since a
-// wake-up and a write for each message would cost more than the message itself; any other message is written at once.
+// A message that follows the one before sooner than that belongs to a burst, which the library's thread writes in
+// larger pieces. Any other one is written by its sender, which saves the wake-up of that thread.
 constexpr std::uint64_t burstGapNs = 20 * 1000;
-[[maybe_unused]] constexpr std::chrono::microseconds gatherTime(50);
-constexpr std::size_t gatherLimit = std::size_t{32} << 10;      // pending bytes that are worth a write by themselves
 constexpr std::size_t directWriteLimit = std::size_t{64} << 10; // of what a sender may write itself
 // While messages come one by one and soon after each other, as answers do, the library's thread polls for the next.
 constexpr std::uint64_t soonNs = 500 * 1000;
@@ -452,7 +449,7 @@ BrivonMessageErrorCode Bus::send(const MessageFields& message) {
             wire::appendMessage(peer->pending,
                                 isBroadcast ? wire::Kind::BroadcastMessage : wire::Kind::AddressedMessage, message);
             // With many receivers, the library's thread writes: a sender is not to be held up by them.
-            queue(*peer, size, receivers.size() == 1, now);
+            transmit(*peer, size, receivers.size() == 1, now);
         }
     }
     if (isForSelf)
@@ -469,7 +466,7 @@ BrivonMessageErrorCode Bus::send(const MessageFields& message) {
 }
 
 // With mutex_ held. The frame stands at the end of what is pending.
-void Bus::queue(Peer& peer, std::size_t size, bool mayWrite, std::uint64_t now) {
+void Bus::transmit(Peer& peer, std::size_t size, bool mayWrite, std::uint64_t now) {
     const bool isInBurst = now - std::exchange(peer.sentAt, now) < burstGapNs;
     if (mayWrite && !isInBurst && peer.queued == 0 && size <= directWriteLimit) {
         const std::size_t written = peer.direct.write(peer.pending.data(), size);
@@ -480,7 +477,6 @@ void Bus::queue(Peer& peer, std::size_t size, bool mayWrite, std::uint64_t now) 
         peer.begun = written;
     }
     peer.queued += size;
-    gathers_ = isInBurst && peer.pending.size() < gatherLimit;
     wakeWriter();
 }
 
@@ -490,19 +486,7 @@ void Bus::wakeWriter() {
         uv_async_send(&writeWake_);
 }
 
-void Bus::gatherBurst() {
-#if !defined(_WIN32) // where no sleep is that short
-    {
-        const std::lock_guard lock(mutex_);
-        if (!std::exchange(gathers_, false))
-            return;
-    }
-    std::this_thread::sleep_for(gatherTime);
-#endif
-}
-
 void Bus::writePending() {
-    gatherBurst();
     std::vector<Peer*> writable;
     {
         const std::lock_guard lock(mutex_);

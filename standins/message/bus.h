@@ -97,9 +97,8 @@ private:
     bool handleFrame(Connection& connection, const wire::Frame& frame);
     void awaitNext(std::size_t messages);
     bool greeted(Connection& connection, const EndPointFields& peer);
-    void queue(Peer& peer, std::size_t size, bool mayWrite, std::uint64_t now);
+    void transmit(Peer& peer, std::size_t size, bool mayWrite, std::uint64_t now);
     void wakeWriter();
-    void gatherBurst();
     void writePending();
     void writePending(Peer& peer);
     void written(Connection& connection, int status);

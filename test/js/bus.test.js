@@ -133,6 +133,20 @@ test('a receiver that does not read has sends to it refused, not queued without 
     assert.ok(accepted.length <= 64, `64 MiB may wait for a receiver, and ${accepted.length} MiB did`);
 });
 
+test('messages sent one by one to a receiver that does not read arrive whole and in order', stopping, async (t) => {
+    const [sender, stopped] = await meet(t, ['S', '1', 'R'], ['R', '1']);
+    await stopped.run(`adapter.addMessageListener((type, payload) => tell([parseInt(payload), payload.length])); 0`);
+    stopped.process.kill('SIGSTOP');
+    const count = 20;
+    // Soon there is room for a part of one only.
+    for (let i = 0; i < count; ++i) await sender.send('t', String(i).padEnd(50_000));
+    stopped.process.kill('SIGCONT');
+    assert.deepEqual(
+        (await stopped.told.atLeast(count)).flat(),
+        Array.from({ length: count }, (_, i) => [i, 50_000]),
+    );
+});
+
 test('garbage on a socket closes that connection and nothing else', async (t) => {
     const [a, b] = await meet(t, ['A', '1'], ['B', '1']);
     await b.listen();
