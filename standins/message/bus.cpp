@@ -14,11 +14,11 @@ constexpr std::uint64_t refreshTimeoutMs = 1000; // an endpoint that does not sa
 constexpr std::chrono::milliseconds refreshPatience(20);
 // A message that follows the one before sooner than that belongs to a burst, which the library's thread writes in
 // larger pieces. Any other one is written by its sender, which saves the wake-up of that thread.
-constexpr std::uint64_t burstGapNs = 20 * 1000;
+constexpr std::uint64_t burstGapNs = 20'000;
 constexpr std::size_t directWriteLimit = std::size_t{64} << 10; // of what a sender may write itself
 // While messages come one by one and soon after each other, as answers do, the library's thread polls for the next.
-constexpr std::uint64_t soonNs = 500 * 1000;
-constexpr std::uint64_t pollTimeNs = 100 * 1000;
+constexpr std::uint64_t soonNs = 500'000;
+constexpr std::uint64_t pollTimeNs = 100'000;
 constexpr std::size_t readBytes = std::size_t{64} << 10;
 
 std::string newEndPointId() {

@@ -37,12 +37,12 @@ void release(void* fields) {
 
 // The fields for a change, which no other endpoint sees.
 EndPointFields& ownFields(void*& fields) {
-    if (fields == nullptr || shared(fields)->users != 1) {
-        void* copy = new SharedFields{endPointFields(fields)};
-        release(fields);
-        fields = copy;
+    SharedFields* own = shared(fields);
+    if (own == nullptr || own->users != 1) {
+        own = new SharedFields{endPointFields(fields)};
+        release(std::exchange(fields, own));
     }
-    return shared(fields)->fields;
+    return own->fields;
 }
 
 MessageFields& messageFields(void* fields) {
@@ -67,7 +67,7 @@ EndPoint::EndPoint(const EndPoint& other)
     : fields_(use(other.fields_)) {}
 EndPoint& EndPoint::operator=(const EndPoint& other) {
     // What is equal stays as it is: programs read their own endpoint while it is assigned anew.
-    if (fields_ != other.fields_ && !(endPointFields(fields_) == endPointFields(other.fields_)))
+    if (this != &other && !(endPointFields(fields_) == endPointFields(other.fields_)))
         release(std::exchange(fields_, use(other.fields_)));
     return *this;
 }
@@ -113,7 +113,7 @@ BrivonMessage::BrivonMessage(const char* type)
     messageFields(fields_).type = type;
 }
 BrivonMessage::~BrivonMessage() {
-    delete &messageFields(fields_);
+    delete static_cast<MessageFields*>(fields_);
 }
 
 size_t BrivonMessage::GetTypeSize() const {
