@@ -5,8 +5,6 @@
 #include "brivonadapter.h"
 #include "brivoncontroladapter.h"
 
-#include <cstring>
-
 namespace {
 
 Napi::Object Init(Napi::Env env, Napi::Object exports) {
@@ -78,7 +76,7 @@ Napi::Value refuse(Napi::Env env, const char* message) {
 Utf8Text::Utf8Text(const Napi::Value& value, std::string_view prefix)
     : length_(prefix.size() + utf8Length(value))
     , buffer_(length_ + 1) {
-    std::memcpy(buffer_.data(), prefix.data(), prefix.size());
+    prefix.copy(buffer_.data(), prefix.size());
     const std::size_t room = length_ + 1 - prefix.size();
     if (napi_get_value_string_utf8(value.Env(), value, buffer_.data() + prefix.size(), room, nullptr) != napi_ok)
         throwFailedCall(value.Env());

@@ -355,7 +355,8 @@ void Bus::broken(Connection& connection, int status) {
     const bool isNobodyThere = status == UV_ECONNREFUSED || status == UV_ENOENT;
     if (isNobodyThere)
         folder_.remove(id);
-    if (wasGreeted)
+    // A peer that ends may still accept a connection, which its end then resets.
+    if (wasGreeted || status == UV_ECONNRESET)
         connectTo(id);
     else if (isNobodyThere || status == 0)
         lose(id); // else it may be too busy, or we are: the next refresh tries again

@@ -130,7 +130,6 @@ private:
     Peers peers_;              // entries are added and erased on the library thread only
     std::size_t seen_ = 0;
     bool writeScheduled_ = false;
-    bool gathers_ = false;          // a burst waits to be written
     std::size_t queuedForSelf_ = 0; // bytes of messages to this very endpoint
     bool scanPosted_ = false;
     std::size_t refreshesAsked_ = 0;
