@@ -51,6 +51,9 @@ const obstacles = {
     'bus, one way':
         'the receiver hands each message from one thread to another, where the peers have one thread, on as many ' +
         'processors',
+    'bus, round trip':
+        'the slowest trips are those for which a thread is woken on an idle processor; on Windows, where only the ' +
+        'library’s thread can write, all are',
 };
 
 // The ratio is the figure that the goal is about, whatever it is.
