@@ -59,7 +59,7 @@ std::size_t countOf(const Cache& cache) {
 }
 
 Napi::String toJavaScript(Napi::Env env, const EndPoint& endPoint) {
-    const EndPointText text(endPoint);
+    const EndPointText text = endPointToString(endPoint);
     return Napi::String::New(env, text.view().data(), text.view().size());
 }
 

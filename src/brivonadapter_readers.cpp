@@ -107,8 +107,8 @@ EndPointText::EndPointText(const EndPoint& endPoint, std::size_t appIdSize, std:
     length_ = static_cast<std::size_t>(end - buffer_.data());
 }
 
-std::string endPointToString(const EndPoint& endPoint) {
-    return std::string(EndPointText(endPoint).view());
+EndPointText endPointToString(const EndPoint& endPoint) {
+    return EndPointText(endPoint);
 }
 
 bool isErrorMessage(const std::string& type) {

@@ -42,7 +42,7 @@ private:
     std::size_t length_ = 0;
 };
 
-std::string endPointToString(const kesta::brivon::api5::EndPoint& endPoint);
+EndPointText endPointToString(const kesta::brivon::api5::EndPoint& endPoint);
 
 // The type of a message decides what it is; an error type wins over the prefix of application messages.
 bool isErrorMessage(const std::string& type);

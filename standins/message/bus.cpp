@@ -448,7 +448,8 @@ BrivonMessageErrorCode Bus::send(const MessageFields& message) {
         const std::uint64_t now = uv_hrtime();
         for (Peer* peer : receivers) {
             wire::appendMessage(peer->pending,
-                                isBroadcast ? wire::Kind::BroadcastMessage : wire::Kind::AddressedMessage, message);
+                                isBroadcast ? wire::Kind::BroadcastMessage : wire::Kind::AddressedMessage, message,
+                                size);
             // With many receivers, the library's thread writes: a sender is not to be held up by them.
             transmit(*peer, size, receivers.size() == 1, now);
         }

@@ -118,9 +118,8 @@ std::size_t messageFrameSize(const MessageFields& message) {
     return frameSize([&message](auto visit) { visitMessage(message, visit); });
 }
 
-void appendMessage(Buffer& buffer, Kind kind, const MessageFields& message) {
-    const auto fields = [&message](auto visit) { visitMessage(message, visit); };
-    appendFrame(buffer, kind, frameSize(fields), fields);
+void appendMessage(Buffer& buffer, Kind kind, const MessageFields& message, std::size_t size) {
+    appendFrame(buffer, kind, size, [&message](auto visit) { visitMessage(message, visit); });
 }
 
 void appendHello(Buffer& buffer, const EndPointFields& self) {

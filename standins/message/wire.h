@@ -27,7 +27,8 @@ inline constexpr std::size_t helloLimit = std::size_t{64} << 10;
 
 // The bytes that a message takes as a frame.
 std::size_t messageFrameSize(const MessageFields& message);
-void appendMessage(Buffer& buffer, Kind kind, const MessageFields& message);
+// Given that number.
+void appendMessage(Buffer& buffer, Kind kind, const MessageFields& message, std::size_t size);
 void appendHello(Buffer& buffer, const EndPointFields& self);
 
 // One frame, without its length, borrowed from the bytes it was found in.
