@@ -6,11 +6,6 @@
 #include <cstring>
 #include <iostream>
 
-#if defined(_WIN32)
-#include <fcntl.h>
-#include <io.h>
-#endif
-
 namespace {
 
 ILogger* installedLogger = nullptr;
@@ -29,16 +24,8 @@ const char* baseName(const char* file) {
     return separator == nullptr ? file : separator + 1;
 }
 
-TestStreamLogger* makeStandardOutputLogger() {
-#if defined(_WIN32)
-    // Lines end in the stream's newline character alone, on every platform.
-    _setmode(_fileno(stdout), _O_BINARY);
-#endif
-    return new TestStreamLogger(std::cout, LogLevel::Info);
-}
-
 // Never destroyed, for the same reason as the level names.
-TestStreamLogger& standardOutputLogger = *makeStandardOutputLogger();
+TestStreamLogger& standardOutputLogger = *new TestStreamLogger(std::cout, LogLevel::Info);
 
 } // namespace
 

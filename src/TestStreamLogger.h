@@ -34,7 +34,7 @@ ILogger* getLogger();
 // Whether a logger is installed and passes the level.
 bool shouldLog(LogLevel level);
 
-// Writes each message as one line: level name, ":", message. Never throws.
+// Writes each message as one line: level name, ":", message, and the stream's newline. Never throws.
 class TestStreamLogger : public ILogger {
 public:
     // The stream stays the caller's and must outlive the logger.
@@ -96,7 +96,7 @@ private:
     std::unique_ptr<LogMessage> message_;
 };
 
-// Writes a Begin line when made and an End line when it goes away.
+// Writes a Begin line when made and an End line when it goes away. Promised, and used by no call site of this module.
 class LogScope {
 public:
     LogScope(const char* category, LogLevel level, const char* name);

@@ -1,16 +1,16 @@
 #include "brivonadapter.h"
 
-#include "BrivonJS.h"
 #include "TestStreamLogger.h"
+#include "binding.h"
 #include "brivonadapter_readers.h"
 #include "platform.h"
 
 #include <algorithm>
+#include <array>
 #include <cassert>
-#include <iterator>
 #include <memory>
-#include <numeric>
 #include <thread>
+#include <utility>
 
 using namespace kesta::brivon::api5;
 
@@ -52,15 +52,8 @@ void pollUntil(bool wanted, Question question) {
         Sleep(kPollWaitMs);
 }
 
-template <typename Cache>
-std::size_t countOf(const Cache& cache) {
-    return std::accumulate(cache.begin(), cache.end(), std::size_t{0},
-                           [](std::size_t count, const auto& entry) { return count + entry.second.size(); });
-}
-
 Napi::String toJavaScript(Napi::Env env, const EndPoint& endPoint) {
-    const EndPointText text = endPointToString(endPoint);
-    return Napi::String::New(env, text.view().data(), text.view().size());
+    return Napi::String::New(env, endPointToString(endPoint));
 }
 
 } // namespace
@@ -88,7 +81,6 @@ Napi::Object BrivonAdapter::Init(Napi::Env env, Napi::Object exports) {
                         InstanceMethod<&BrivonAdapter::removeAllListeners>("removeAllListeners"),
                     });
     keepConstructor(constructor, function);
-    // Anew for every environment, and never destroyed.
     const int cacheInitedMutex = uv_mutex_init(&cacheMutex);
     assert(0 == cacheInitedMutex);
     exports.Set("BrivonAdapter", function);
@@ -172,8 +164,8 @@ Napi::Value BrivonAdapter::setVerboseLogging(const Napi::CallbackInfo& info) {
     return info.Env().Null();
 }
 
-// The dispatcher's environment ends before its adapters are destroyed. From here on no library thread may call into it,
-// nor may the library keep listeners that are about to go.
+// The adapter's environment ends before the adapter is destroyed. From here on no library thread may call into that
+// environment, nor may the library keep listeners that are about to go.
 void BrivonAdapter::onEnvironmentEnd(void* data) {
     auto* adapter = static_cast<BrivonAdapter*>(data);
     messageListenerTsfn = Napi::ThreadSafeFunction();
@@ -181,8 +173,10 @@ void BrivonAdapter::onEnvironmentEnd(void* data) {
     // A read-modify-write, so that the handles are seen to be empty before the count is read.
     while (deliveriesInFlight.fetch_add(0) != 0)
         std::this_thread::yield();
-    adapter->brivon_->RemoveMessageListener(adapter);
-    adapter->brivon_->RemoveErrorListener(adapter);
+    if (adapter->brivon_ != nullptr) {
+        adapter->brivon_->RemoveMessageListener(adapter);
+        adapter->brivon_->RemoveErrorListener(adapter);
+    }
 }
 
 void BrivonAdapter::watchEnvironmentEnd(Napi::Env env) {
@@ -196,29 +190,27 @@ void BrivonAdapter::watchEnvironmentEnd(Napi::Env env) {
 
 bool BrivonAdapter::insertIfNotAlreadyCached(const EndPoint& source) {
     static constexpr char function[] = "BrivonAdapter::insertIfNotAlreadyCached";
-    bool hit = false;
+    bool isHit = false;
     {
         const CacheLock lock(cacheMutex);
         const std::string appId = readAppId(source);
         const std::string id = readId(source);
-        const auto cached = endpointCache_.find(appId);
-        hit = cached != endpointCache_.end() &&
-              std::any_of(cached->second.begin(), cached->second.end(),
-                          [&id](const EndPoint& endPoint) { return readId(endPoint) == id; });
-        if (!hit && countOf(endpointCache_) >= kCacheLimit) {
+        const auto [first, last] = endpointCache_.equal_range(appId);
+        isHit = std::any_of(first, last, [&id](const auto& entry) { return readId(entry.second) == id; });
+        if (!isHit && endpointCache_.size() >= kCacheLimit) {
             if (shouldLog(LogLevel::Info))
                 infoLine(function, __LINE__).stream()
                     << "WARNING Cache stale - dropped missing EndPoint due to large cache size";
-        } else if (!hit) {
-            endpointCache_[appId].push_back(source);
+        } else if (!isHit) {
+            endpointCache_.emplace(appId, source);
             if (verbose_ && shouldLog(LogLevel::Info))
                 infoLine(function, __LINE__).stream()
                     << "Cache stale - inserted missing EndPoint for appId = " << appId;
         }
     }
-    if (hit && verbose_ && shouldLog(LogLevel::Info))
+    if (isHit && verbose_ && shouldLog(LogLevel::Info))
         infoLine(function, __LINE__).stream() << "cache hit -- returning early";
-    return !hit;
+    return !isHit;
 }
 
 void BrivonAdapter::endPointsCallback(void* adapter) {
@@ -239,18 +231,22 @@ void BrivonAdapter::refreshEndPointsBrivonWillCallback() {
         endpointCache_.clear();
         for (const EndPoint& endPoint : endPoints) {
             const std::string appId = readAppId(endPoint);
-            endpointCache_[appId].push_back(endPoint);
+            endpointCache_.emplace(appId, endPoint);
             if (verbose_ && shouldLog(LogLevel::Info))
                 infoLine(function, __LINE__).stream()
                     << "inserted appId = " << appId << " for sourceId = " << readId(endPoint);
             defaultAppPresent = defaultAppPresent || appId == defaultAppId_;
         }
     }
-    const RoutingMode mode = defaultAppPresent ? kPointToPoint : kBroadcast;
-    if (mode != routingMode_ && verbose_ && shouldLog(LogLevel::Info))
-        infoLine(function, __LINE__).stream()
-            << (defaultAppPresent ? "switching to point to point" : "switching to broadcast");
-    routingMode_ = mode;
+    if (defaultAppPresent) {
+        if (routingMode_ == kBroadcast && verbose_ && shouldLog(LogLevel::Info))
+            infoLine(function, __LINE__).stream() << "switching to point to point";
+        routingMode_ = kPointToPoint;
+    } else {
+        if (routingMode_ == kPointToPoint && verbose_ && shouldLog(LogLevel::Info))
+            infoLine(function, __LINE__).stream() << "switching to broadcast";
+        routingMode_ = kBroadcast;
+    }
 }
 
 void BrivonAdapter::refreshEndpoints() {
@@ -278,12 +274,10 @@ Napi::Value BrivonAdapter::getEndpointCacheSnapshot(const Napi::CallbackInfo& in
     const Napi::Env env = info.Env();
     // Copied without cacheMutex, which is part of the contract.
     const EndPointCache snapshot = endpointCache_;
-    Napi::Array array = Napi::Array::New(env, countOf(snapshot));
+    Napi::Array array = Napi::Array::New(env, snapshot.size());
     std::uint32_t index = 0;
-    for (const auto& entry : snapshot) {
-        for (const EndPoint& endPoint : entry.second)
-            setElement(array, index++, toJavaScript(env, endPoint));
-    }
+    for (const auto& entry : snapshot)
+        setElement(array, index++, toJavaScript(env, entry.second));
     return array;
 }
 
@@ -302,18 +296,19 @@ Napi::Value BrivonAdapter::sendMessage(const Napi::CallbackInfo& info) {
         if (!info[i].IsString())
             return refuse(env, kTargetSpecifierNotString);
     }
-    static const std::string suiteTypePrefix = "brivon.SuiteMessage.";
-    const auto text = [&info](std::size_t position) {
-        return position < info.Length() ? Utf8Text(info[position]) : Utf8Text();
-    };
-    sendSuiteMessage(Utf8Text(info[0], suiteTypePrefix), Utf8Text(info[1]), text(2), text(3), text(4));
+    std::array<std::string, 5> texts;
+    for (std::size_t i = 0; i < texts.size() && i < info.Length(); ++i)
+        texts[i] = toUtf8(info[i]);
+    const auto& [type, payload, appId, appVersion, endpointId] = texts;
+    sendSuiteMessage(type, payload, appId, appVersion, endpointId);
     return Napi::String::New(env, "Sent");
 }
 
 // Deliberately without a catch: an exception of the library's is not turned into a JavaScript error.
-void BrivonAdapter::sendSuiteMessage(const Utf8Text& fullType, const Utf8Text& payload, const Utf8Text& appId,
-                                     const Utf8Text& appVersion, const Utf8Text& endpointId) {
-    SuiteMessage message(fullType.c_str());
+void BrivonAdapter::sendSuiteMessage(const std::string& type, const std::string& payload, const std::string& appId,
+                                     const std::string& appVersion, const std::string& endpointId) {
+    static const std::string suiteTypePrefix = "brivon.SuiteMessage.";
+    SuiteMessage message((suiteTypePrefix + type).c_str());
     const std::vector<EndPoint> destinations = selectDestinations(appId, appVersion, endpointId);
     // Read without cacheMutex, which is part of the contract.
     message.SetSource(selfEndPoint_);
@@ -327,26 +322,29 @@ void BrivonAdapter::sendSuiteMessage(const Utf8Text& fullType, const Utf8Text& p
         refreshEndpoints();
 }
 
-std::vector<EndPoint> BrivonAdapter::selectDestinations(const Utf8Text& appId, const Utf8Text& appVersion,
-                                                        const Utf8Text& endpointId) const {
-    if (!appId.empty() && !appVersion.empty() && !endpointId.empty()) {
-        std::vector<EndPoint> named(1);
-        named.front().SetAppId(appId.c_str());
-        named.front().SetAppVersion(appVersion.c_str());
-        named.front().SetId(endpointId.c_str());
-        return named;
-    }
-    const std::string_view key = appId.empty() ? std::string_view(defaultAppId_) : appId.view();
-    const CacheLock lock(cacheMutex);
-    const auto cached = endpointCache_.find(key);
+std::vector<EndPoint> BrivonAdapter::selectDestinations(const std::string& appId, const std::string& appVersion,
+                                                        const std::string& endpointId) const {
     std::vector<EndPoint> destinations;
-    if (cached == endpointCache_.end())
+    if (!appId.empty() && !appVersion.empty() && !endpointId.empty()) {
+        EndPoint& named = destinations.emplace_back();
+        named.SetAppId(appId.c_str());
+        named.SetAppVersion(appVersion.c_str());
+        named.SetId(endpointId.c_str());
         return destinations;
-    if (!key.empty() && !appVersion.empty())
-        std::copy_if(cached->second.begin(), cached->second.end(), std::back_inserter(destinations),
-                     [&](const EndPoint& endPoint) { return readAppVersion(endPoint) == appVersion.view(); });
-    if (destinations.empty())
-        destinations = cached->second;
+    }
+    const std::string& key = appId.empty() ? defaultAppId_ : appId;
+    const CacheLock lock(cacheMutex);
+    const auto [first, last] = endpointCache_.equal_range(key);
+    if (!key.empty() && !appVersion.empty()) {
+        for (auto entry = first; entry != last; ++entry) {
+            if (readAppVersion(entry->second) == appVersion)
+                destinations.push_back(entry->second);
+        }
+    }
+    if (destinations.empty()) {
+        for (auto entry = first; entry != last; ++entry)
+            destinations.push_back(entry->second);
+    }
     return destinations;
 }
 
@@ -356,12 +354,11 @@ Napi::Value BrivonAdapter::addMessageListener(const Napi::CallbackInfo& info) {
     const Napi::Env env = info.Env();
     if (info.Length() < 1)
         return refuse(env, kWrongNumberOfArguments);
-    IBrivonMessageDispatcher& brivon = dispatcher(env);
     // A previous handle is overwritten without a release: its function is never called again and stays referenced.
     messageListenerTsfn =
         Napi::ThreadSafeFunction::New(env, info[0].As<Napi::Function>(), "Brivon Message Listener", 0, 1);
     watchEnvironmentEnd(env);
-    brivon.AddMessageListener(this);
+    dispatcher(env).AddMessageListener(this);
     return env.Undefined();
 }
 
@@ -369,10 +366,9 @@ Napi::Value BrivonAdapter::addErrorListener(const Napi::CallbackInfo& info) {
     const Napi::Env env = info.Env();
     if (info.Length() < 1)
         return refuse(env, kWrongNumberOfArguments);
-    IBrivonMessageDispatcher& brivon = dispatcher(env);
     errorListenerTsfn = Napi::ThreadSafeFunction::New(env, info[0].As<Napi::Function>(), "Brivon Error Listener", 0, 1);
     watchEnvironmentEnd(env);
-    brivon.AddErrorListener(this);
+    dispatcher(env).AddErrorListener(this);
     return env.Undefined();
 }
 
@@ -393,15 +389,18 @@ void BrivonAdapter::Receive(const BrivonMessage& message) {
             refreshEndpoints();
         if (isErrorMessage(type)) {
             const auto& errorMessage = static_cast<const ErrorMessage&>(message);
-            deliverError(new ErrorRecord{type, readError(errorMessage), readFault(errorMessage)});
+            std::string error = readError(errorMessage);
+            std::string fault = readFault(errorMessage);
+            deliverError(new ErrorRecord{std::move(type), std::move(error), std::move(fault)});
         } else if (isSuiteMessage(type)) {
             const auto& suiteMessage = static_cast<const SuiteMessage&>(message);
             std::string appId = readAppId(message);
             std::string appVersion = readAppVersion(message);
             const EndPoint source = suiteMessage.GetSource();
             std::string sourceId = readId(source);
+            std::string payload = readPayload(suiteMessage);
             auto* record = new MessageRecord{std::move(type), std::move(appId), std::move(appVersion),
-                                             std::move(sourceId), readPayload(suiteMessage)};
+                                             std::move(sourceId), std::move(payload)};
             // Assigned, not or-ed: a hit clears what a send that is refused meanwhile has set.
             needsRefresh_ = insertIfNotAlreadyCached(source);
             deliverMessage(record);

@@ -2,7 +2,6 @@
 #ifndef BRIVONADAPTER_H
 #define BRIVONADAPTER_H
 
-#include "BrivonJS.h"
 #include "BrivonMessage5.h"
 
 #include <napi.h>
@@ -49,8 +48,9 @@ public:
 
 private:
     using EndPoint = kesta::brivon::api5::EndPoint;
-    // By application id; the endpoints of one application in the order in which they came.
-    using EndPointCache = std::map<std::string, std::vector<EndPoint>, std::less<>>;
+    // By application id; the endpoints of one application in the order in which they came. Copied whole while a library
+    // thread may change it, which a container of this kind survives.
+    using EndPointCache = std::multimap<std::string, EndPoint>;
 
     // The methods of the class, all on the JavaScript thread.
     Napi::Value sendMessage(const Napi::CallbackInfo& info);
@@ -65,16 +65,16 @@ private:
 
     // JavaScript thread. Joins the bus; waits for the library, ten minutes at the most.
     void initSelf();
-    // JavaScript thread. A library exception during construction leaves an adapter without a dispatcher, which the
-    // methods that need one refuse with an Error.
+    // JavaScript thread. A library exception during construction leaves an adapter without a dispatcher; methods throw
+    // an Error where they come to need one, and the send path and the refresh fail their assertions.
     kesta::brivon::api5::IBrivonMessageDispatcher& dispatcher(Napi::Env env) const;
 
     // JavaScript thread.
-    void sendSuiteMessage(const Utf8Text& fullType, const Utf8Text& payload, const Utf8Text& appId,
-                          const Utf8Text& appVersion, const Utf8Text& endpointId);
+    void sendSuiteMessage(const std::string& type, const std::string& payload, const std::string& appId,
+                          const std::string& appVersion, const std::string& endpointId);
     // JavaScript thread. Takes cacheMutex unless the call names one endpoint in full.
-    std::vector<EndPoint> selectDestinations(const Utf8Text& appId, const Utf8Text& appVersion,
-                                             const Utf8Text& endpointId) const;
+    std::vector<EndPoint> selectDestinations(const std::string& appId, const std::string& appVersion,
+                                             const std::string& endpointId) const;
 
     // Library threads. Each hands its record to the JavaScript thread, or drops it when no listener is set.
     static void deliverMessage(MessageRecord* record);
@@ -94,9 +94,9 @@ private:
     void watchEnvironmentEnd(Napi::Env env);
     static void onEnvironmentEnd(void* adapter);
 
-    // Class-wide. The constructor reference and the mutex live until the process ends.
+    // Class-wide. The latest environment's constructor, until that environment ends.
     static Napi::FunctionReference constructor;
-    // Guards endpointCache_ and selfEndPoint_ of every adapter.
+    // Guards endpointCache_ and selfEndPoint_ of every adapter. Made anew for every environment and never destroyed.
     static uv_mutex_t cacheMutex;
     // Empty while there is no listener. Never released: the event loop stays alive from the first listener on.
     static Napi::ThreadSafeFunction messageListenerTsfn;
@@ -113,6 +113,7 @@ private:
     bool needsRefresh_ = false;
     EndPointCache endpointCache_;
     EndPoint selfEndPoint_;
+    // Promised, and filled by nothing.
     std::list<MessageRecord> pendingMessages_;
     std::list<ErrorRecord> pendingErrors_;
     bool verbose_ = false;

@@ -12,20 +12,15 @@ using SizeOf = std::size_t (Record::*)() const;
 template <typename Record>
 using ValueOf = void (Record::*)(char*) const;
 
-// Fetches a text of that size and answers where it ends, which is bounded, should the library leave the terminator out.
-template <typename Record>
-char* fetch(const Record& record, std::size_t size, ValueOf<Record> value, char* buffer) {
-    if (size == 0)
-        return buffer;
-    (record.*value)(buffer);
-    return buffer + strnlen(buffer, size);
-}
-
+// The text ends at its first NUL, or with its size, should the library leave the terminator out.
 template <typename Record>
 std::string readText(const Record& record, SizeOf<Record> sizeOf, ValueOf<Record> value) {
     const std::size_t size = (record.*sizeOf)();
-    TextBuffer buffer(size);
-    return {buffer.data(), fetch(record, size, value, buffer.data())};
+    if (size == 0)
+        return {};
+    const auto buffer = std::make_unique<char[]>(size);
+    (record.*value)(buffer.get());
+    return {buffer.get(), strnlen(buffer.get(), size)};
 }
 
 } // namespace
@@ -90,25 +85,8 @@ std::vector<EndPoint> listEndPoints(IBrivonMessageDispatcher& dispatcher) {
     return list;
 }
 
-EndPointText::EndPointText(const EndPoint& endPoint)
-    : EndPointText(endPoint, endPoint.GetAppIdSize(), endPoint.GetAppVersionSize(), endPoint.GetIdSize()) {}
-
-EndPointText::EndPointText(const EndPoint& endPoint, std::size_t appIdSize, std::size_t appVersionSize,
-                           std::size_t idSize)
-    : buffer_(appIdSize + appVersionSize + idSize + sizeof "{,,}") {
-    char* end = buffer_.data();
-    *end++ = '{';
-    end = fetch(endPoint, appIdSize, &EndPoint::GetAppId, end);
-    *end++ = ',';
-    end = fetch(endPoint, appVersionSize, &EndPoint::GetAppVersion, end);
-    *end++ = ',';
-    end = fetch(endPoint, idSize, &EndPoint::GetId, end);
-    *end++ = '}';
-    length_ = static_cast<std::size_t>(end - buffer_.data());
-}
-
-EndPointText endPointToString(const EndPoint& endPoint) {
-    return EndPointText(endPoint);
+std::string endPointToString(const EndPoint& endPoint) {
+    return "{" + readAppId(endPoint) + "," + readAppVersion(endPoint) + "," + readId(endPoint) + "}";
 }
 
 bool isErrorMessage(const std::string& type) {

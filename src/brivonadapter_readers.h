@@ -4,10 +4,8 @@
 #define BRIVONADAPTER_READERS_H
 
 #include "BrivonMessage5.h"
-#include "textbuffer.h"
 
 #include <string>
-#include <string_view>
 #include <vector>
 
 std::string readType(const kesta::brivon::api5::BrivonMessage& message);
@@ -22,27 +20,14 @@ std::string readFault(const kesta::brivon::api5::ErrorMessage& message);
 // Unlike every other field, which ends at its first NUL, the payload keeps all of its bytes.
 std::string readPayload(const kesta::brivon::api5::SuiteMessage& message);
 
+// Completes the readers; nothing calls it, since a delivered message does not carry its destinations to JavaScript.
 std::vector<kesta::brivon::api5::EndPoint> readDestinations(const kesta::brivon::api5::SuiteMessage& message);
 
 // The dispatcher's current endpoints, in the library's order.
 std::vector<kesta::brivon::api5::EndPoint> listEndPoints(kesta::brivon::api5::IBrivonMessageDispatcher& dispatcher);
 
 // "{appId,appVersion,id}", nothing quoted or escaped: the only form in which an endpoint reaches JavaScript.
-class EndPointText {
-public:
-    explicit EndPointText(const kesta::brivon::api5::EndPoint& endPoint);
-
-    std::string_view view() const { return {buffer_.data(), length_}; }
-
-private:
-    EndPointText(const kesta::brivon::api5::EndPoint& endPoint, std::size_t appIdSize, std::size_t appVersionSize,
-                 std::size_t idSize);
-
-    TextBuffer buffer_;
-    std::size_t length_ = 0;
-};
-
-EndPointText endPointToString(const kesta::brivon::api5::EndPoint& endPoint);
+std::string endPointToString(const kesta::brivon::api5::EndPoint& endPoint);
 
 // The type of a message decides what it is; an error type wins over the prefix of application messages.
 bool isErrorMessage(const std::string& type);

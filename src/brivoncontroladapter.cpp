@@ -1,9 +1,10 @@
 #include "brivoncontroladapter.h"
 
-#include "BrivonJS.h"
-#include "appversion.h"
+#include "binding.h"
+#include "brivoncontroladapter_version.h"
 
 #include <cassert>
+#include <memory>
 #include <optional>
 #include <utility>
 
@@ -105,7 +106,7 @@ Napi::Value BrivonControlAdapter::withSpecifier(const Napi::CallbackInfo& info, 
         return refuse(env, kWrongNumberOfArguments);
     if (!info[0].IsString())
         return refuse(env, kTargetSpecifierNotString);
-    return query(env, Utf8Text(info[0]));
+    return query(env, toUtf8(info[0]));
 }
 
 Napi::Value BrivonControlAdapter::getSpecifiers(const Napi::CallbackInfo& info) {
@@ -123,7 +124,7 @@ Napi::Value BrivonControlAdapter::getSpecifiers(const Napi::CallbackInfo& info) 
 }
 
 Napi::Value BrivonControlAdapter::ask(const Napi::CallbackInfo& info, BooleanQuery operation) const {
-    return withSpecifier(info, [&](Napi::Env env, const Utf8Text& specifier) {
+    return withSpecifier(info, [&](Napi::Env env, const std::string& specifier) {
         return Napi::Boolean::New(env, (_brivon->*operation)(specifier.c_str()));
     });
 }
@@ -142,7 +143,7 @@ Napi::Value BrivonControlAdapter::isAppRunningByName(const Napi::CallbackInfo& i
 
 // A missing path is "" here and null in getAppVersion; both are promises.
 Napi::Value BrivonControlAdapter::getAppPath(const Napi::CallbackInfo& info) {
-    return withSpecifier(info, [this](Napi::Env env, const Utf8Text& specifier) {
+    return withSpecifier(info, [this](Napi::Env env, const std::string& specifier) {
         char* path = nullptr;
         _brivon->GetAppPath(specifier.c_str(), &path);
         if (path == nullptr)
@@ -154,20 +155,24 @@ Napi::Value BrivonControlAdapter::getAppPath(const Napi::CallbackInfo& info) {
 }
 
 Napi::Value BrivonControlAdapter::getProcessId(const Napi::CallbackInfo& info) {
-    return withSpecifier(info, [this](Napi::Env env, const Utf8Text& specifier) {
+    return withSpecifier(info, [this](Napi::Env env, const std::string& specifier) {
         return Napi::Number::New(env, _brivon->GetProcessId(specifier.c_str()));
     });
 }
 
 Napi::Value BrivonControlAdapter::getAppVersion(const Napi::CallbackInfo& info) {
-    return withSpecifier(info, [this](Napi::Env env, const Utf8Text& specifier) -> Napi::Value {
+    return withSpecifier(info, [this](Napi::Env env, const std::string& specifier) -> Napi::Value {
         char* path = nullptr;
         _brivon->GetAppPath(specifier.c_str(), &path);
         if (path == nullptr)
             return env.Null();
-        const std::optional<platform::WideString> widePath = toWide(path);
+        std::unique_ptr<WCHAR[]> buffer = toWide(path);
         _brivon->ReleaseAppPath(path);
-        const std::optional<std::string> version = widePath ? readProductVersion(*widePath) : std::nullopt;
+        if (buffer == nullptr)
+            return env.Null();
+        const platform::WideString widePath = buffer.get();
+        buffer.reset();
+        const std::optional<std::string> version = readProductVersion(widePath);
         return version ? Napi::String::New(env, version->c_str()) : env.Null();
     });
 }
@@ -186,8 +191,11 @@ Napi::Value BrivonControlAdapter::launchApp(const Napi::CallbackInfo& info) {
         return refuse(env, kCmdLineArgsNotString);
     if (!info[3].IsFunction())
         return refuse(env, kCallbackNotFunction);
-    auto* worker = new LaunchAppWorker(info[3].As<Napi::Function>(), _brivon, toUtf8(info[0]),
-                                       info[1].As<Napi::Boolean>().Value(), toUtf8(info[2]));
+    std::string targetSpecifier = toUtf8(info[0]);
+    const bool setFocus = info[1].As<Napi::Boolean>().Value();
+    std::string cmdLineArgs = toUtf8(info[2]);
+    auto* worker = new LaunchAppWorker(info[3].As<Napi::Function>(), _brivon, std::move(targetSpecifier), setFocus,
+                                       std::move(cmdLineArgs));
     worker->Queue();
     return env.Undefined();
 }

@@ -1,6 +1,6 @@
 // Feeds any bytes to the version reader as an executable, then asks the block for what a caller would, and more. The
 // input's last bytes double as a name to ask for.
-#include "appversion.h"
+#include "brivoncontroladapter_version.h"
 #include "pe_version.h"
 
 #include <algorithm>

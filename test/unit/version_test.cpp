@@ -1,5 +1,5 @@
 // Over the executables that the build makes of test/resources/.
-#include "appversion.h"
+#include "brivoncontroladapter_version.h"
 #include "pe_version.h"
 
 #include <gtest/gtest.h>

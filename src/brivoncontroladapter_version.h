@@ -1,14 +1,15 @@
 // The product version that an executable declares in its version resource. Any thread.
-#ifndef APPVERSION_H
-#define APPVERSION_H
+#ifndef BRIVONCONTROLADAPTER_VERSION_H
+#define BRIVONCONTROLADAPTER_VERSION_H
 
 #include "platform.h"
 
+#include <memory>
 #include <optional>
 #include <string>
 
-// Nothing when the text cannot be converted.
-std::optional<platform::WideString> toWide(const char* utf8);
+// Null when the text cannot be converted.
+std::unique_ptr<WCHAR[]> toWide(const char* utf8);
 
 // Reads the file at the path; nothing when it declares no version, whatever the reason.
 std::optional<std::string> readProductVersion(const platform::WideString& path);

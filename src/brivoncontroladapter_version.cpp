@@ -1,4 +1,4 @@
-#include "appversion.h"
+#include "brivoncontroladapter_version.h"
 
 #include <cstdint>
 #include <cstdio>
@@ -27,14 +27,14 @@ std::optional<std::string> toUtf8(const WCHAR* text) {
 
 } // namespace
 
-std::optional<platform::WideString> toWide(const char* utf8) {
+std::unique_ptr<WCHAR[]> toWide(const char* utf8) {
     const int size = MultiByteToWideChar(CP_UTF8, 0, utf8, -1, nullptr, 0);
     if (size <= 0)
-        return std::nullopt;
-    const auto buffer = std::make_unique<WCHAR[]>(static_cast<std::size_t>(size));
+        return nullptr;
+    auto buffer = std::make_unique<WCHAR[]>(static_cast<std::size_t>(size));
     if (MultiByteToWideChar(CP_UTF8, 0, utf8, -1, buffer.get(), size) == 0)
-        return std::nullopt;
-    return buffer.get();
+        return nullptr;
+    return buffer;
 }
 
 std::optional<std::string> readProductVersion(const platform::WideString& path) {

@@ -1,0 +1,55 @@
+#include "binding.h"
+
+#include <cstddef>
+#include <utility>
+
+namespace {
+
+// Raises the failure of the N-API call just made as a plain Error. node-addon-api would make a TypeError of some
+// statuses; this module's callers are promised an Error for all of them.
+[[noreturn]] void throwFailedCall(Napi::Env env) {
+    const napi_extended_error_info* info = nullptr;
+    if (napi_get_last_error_info(env, &info) != napi_ok)
+        Napi::Error::Fatal("Error::New", "napi_get_last_error_info");
+    if (info->error_code == napi_pending_exception)
+        throw Napi::Error::New(env);
+    const std::string message = info->error_message != nullptr ? info->error_message : "Error in native callback";
+    throw Napi::Error::New(env, message);
+}
+
+// Runs when an environment ends, before Node.js frees that environment's references.
+void abandonConstructor(void* data) {
+    auto& slot = *static_cast<Napi::FunctionReference*>(data);
+    Napi::FunctionReference abandoned = std::move(slot);
+    abandoned.SuppressDestruct();
+}
+
+} // namespace
+
+Napi::Value refuse(Napi::Env env, const char* message) {
+    Napi::TypeError::New(env, message).ThrowAsJavaScriptException();
+    return env.Null();
+}
+
+std::string toUtf8(const Napi::Value& value) {
+    const napi_env env = value.Env();
+    std::size_t length = 0;
+    if (napi_get_value_string_utf8(env, value, nullptr, 0, &length) != napi_ok)
+        throwFailedCall(env);
+    std::string text(length, '\0');
+    // The terminator has its place behind the last character.
+    if (napi_get_value_string_utf8(env, value, text.data(), length + 1, nullptr) != napi_ok)
+        throwFailedCall(env);
+    return text;
+}
+
+void keepConstructor(Napi::FunctionReference& slot, const Napi::Function& constructor) {
+    const napi_env env = constructor.Env();
+    if (slot.Env() != env)
+        abandonConstructor(&slot);
+    slot = Napi::Persistent(constructor);
+    slot.SuppressDestruct();
+    // Only one registration per environment and slot is allowed; an absent one may be removed.
+    napi_remove_env_cleanup_hook(env, abandonConstructor, &slot);
+    napi_add_env_cleanup_hook(env, abandonConstructor, &slot);
+}
