@@ -67,3 +67,17 @@ function(brivon_exports target map)
         set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS "${map}")
     endif()
 endfunction()
+
+# brivon_copies(NAME FOLDER TARGETS...): those targets' files again, in another folder.
+function(brivon_copies name folder)
+    set(stamp "${CMAKE_CURRENT_BINARY_DIR}/${name}.stamp")
+    set(files "")
+    foreach(target ${ARGN})
+        list(APPEND files "$<TARGET_FILE:${target}>")
+    endforeach()
+    add_custom_command(OUTPUT "${stamp}" DEPENDS ${ARGN} VERBATIM
+        COMMAND "${CMAKE_COMMAND}" -E make_directory "${folder}"
+        COMMAND "${CMAKE_COMMAND}" -E copy ${files} "${folder}"
+        COMMAND "${CMAKE_COMMAND}" -E touch "${stamp}")
+    add_custom_target(${name} ALL DEPENDS "${stamp}")
+endfunction()

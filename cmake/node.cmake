@@ -1,15 +1,11 @@
 # Node.js: its headers (node_api.h, uv.h) come with the Node installation, node-addon-api from npm. The functions behind
 # them are the host executable's.
-find_program(NODE_EXECUTABLE node REQUIRED)
-execute_process(
-    COMMAND "${NODE_EXECUTABLE}" -p "require('path').resolve(process.execPath, '../../include/node')"
-    OUTPUT_VARIABLE node_include OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
-set(NODE_INCLUDE_DIR "${node_include}" CACHE PATH "Folder of node_api.h and uv.h")
+set(NODE_INCLUDE_DIR "" CACHE PATH "Folder of node_api.h and uv.h; ./run gives that of the installed Node.js")
 set(NODE_MODULES_DIR "${CMAKE_SOURCE_DIR}/node_modules" CACHE PATH "Folder of node-addon-api and node-api-headers")
 
 foreach(header "${NODE_INCLUDE_DIR}/node_api.h" "${NODE_INCLUDE_DIR}/uv.h" "${NODE_MODULES_DIR}/node-addon-api/napi.h")
     if(NOT EXISTS "${header}")
-        message(FATAL_ERROR "${header} is missing: set NODE_INCLUDE_DIR to the headers of Node.js, and run 'npm ci'")
+        message(FATAL_ERROR "${header} is missing: build with ./run, or run 'npm ci' and configure with -DNODE_INCLUDE_DIR=")
     endif()
 endforeach()
 

@@ -5,7 +5,7 @@
 const assert = require('node:assert/strict');
 const { test } = require('node:test');
 
-const { lineOf, runScript, scripted } = require('../support/support');
+const { runScript, scripted } = require('../support/support');
 
 // What every scenario begins with.
 const preamble = `${scripted}
@@ -15,17 +15,13 @@ const preamble = `${scripted}
     adapter.addMessageListener(() => {});
 `;
 
-// The text up to a value, or as much as is given, says which line of source writes it.
-const line = (method, text, written = text.split(/(?<= = )/)[0]) =>
-    `Info:brivonadapter: ${text} (brivonadapter.cpp.BrivonAdapter::${method}.${lineOf('src/brivonadapter.cpp', written)})\n`;
+const line = (method, text) => `Info:brivonadapter: ${text} (brivonadapter.cpp.BrivonAdapter::${method}.LINE)`;
 const insert = (text) => line('insertIfNotAlreadyCached', text);
-const rebuilt = (...args) => line('refreshEndPointsBrivonWillCallback', ...args);
+const rebuilt = (text) => line('refreshEndPointsBrivonWillCallback', text);
 const rebuild = (...endpoints) => [
     rebuilt('about to drop cache '),
     ...endpoints.map(([appId, id]) => rebuilt(`inserted appId = ${appId} for sourceId = ${id}`)),
 ];
-// Both switches share one line of source.
-const switched = (mode) => rebuilt(`switching to ${mode}`, 'switching to');
 
 const scenarios = {
     'a quiet adapter logs a full cache and exceptions only': {
@@ -66,13 +62,13 @@ const scenarios = {
         `,
         log: [
             ...rebuild(['a', '1'], ['z', '2']),
-            switched('point to point'),
+            rebuilt('switching to point to point'),
             ...rebuild(['z', '2'], ['a', '1']),
             ...rebuild(['a', '1']),
             insert('cache hit -- returning early'),
             insert('Cache stale - inserted missing EndPoint for appId = b'),
             ...rebuild(),
-            switched('broadcast'),
+            rebuilt('switching to broadcast'),
             ...rebuild(),
         ],
     },
@@ -80,8 +76,16 @@ const scenarios = {
 
 for (const [name, { script, log }] of Object.entries(scenarios)) {
     test(name, async () => {
-        const ended = await runScript(`${preamble}${script}; process.exit(0);`);
-        assert.deepEqual(ended, { code: 0, signal: null, stdout: log.join(''), stderr: '' });
+        const { code, stdout, stderr } = await runScript(`${preamble}${script}; process.exit(0);`);
+        assert.deepEqual([code, stderr], [0, '']);
+        const lines = stdout.split(/\r?\n/);
+        const anywhere = lines.map((text) => text.replace(/\.\d+\)$/, '.LINE)'));
+        assert.deepEqual(anywhere, [...log, '']);
+        // A line of source for each text, which values follow, and a text for each line of source.
+        const textOf = (text) => text.split(/ = | \(/)[0];
+        const sources = lines.slice(0, -1).map((text) => `${textOf(text)} ${text.match(/\d+\)$/)}`);
+        assert.equal(new Set(sources).size, new Set(log.map(textOf)).size);
+        assert.equal(new Set(sources.map((source) => source.match(/\d+\)$/)[0])).size, new Set(sources).size);
     });
 }
 
@@ -95,13 +99,15 @@ test('the collection of a refused construction silences the log, and releases no
             list('1');
             return fstatSync(1).size > before;
         };
+        const refused = () => { try { new BrivonAdapter('one argument'); } catch {} };
         adapter.setVerboseLogging();
         if (!logs()) process.exit(1);
-        try { new BrivonAdapter('one argument'); } catch {}
+        refused();
         messaging.takeCalls();
         collectUntil(() => !logs()).then(() => {
             console.error(...new Set(messaging.takeCalls().map(({ operation }) => operation)));
-            process.exit(0);
+            refused();
+            process.exit(logs() ? 2 : 0);
         });
     `);
     assert.deepEqual([code, stderr], [0, 'GetSelfEndPoint GetEndPoints ReleaseEndPoints\n']);
