@@ -30,4 +30,5 @@ for verb in demo test; do
         { tail -n 40 "$folder/$verb.log"; exit 1; }
     echo "passed in $((SECONDS - seconds)) s"
 done
+umount --recursive "$root/dev" "$root/proc"
 rm -rf --one-file-system "$root"

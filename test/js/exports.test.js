@@ -60,7 +60,6 @@ test('bad arguments get their errors before a library is asked', () => {
         () => _setLibraryPath(),
         () => controlAdapter.getSpecifiers(undefined),
         ...queries.flatMap((query) => [() => controlAdapter[query](), () => controlAdapter[query]('a', 'b')]),
-        () => launch(),
         () => launch('a', true, 'b'),
         () => launch('a', true, 'b', listener, 5),
     ]);

@@ -21,8 +21,7 @@ const unmade = `messaging.answer('GetInstance', { throws: 'x' }); ${construct}`;
 const run = (script, options) => runScript(scripted + script, options);
 
 test('without a dispatcher or a controller, an assertion with its expression, file and line ends the process', async () => {
-    const messaging = { expression: 'brivon_', file: 'src/brivonadapter.cpp', source: 'assert(brivon_);' };
-    const control = { expression: '_brivon', file: 'src/brivoncontroladapter.cpp', source: 'assert(_brivon);' };
+    const [messaging, control] = ['src/brivonadapter.cpp: brivon_', 'src/brivoncontroladapter.cpp: _brivon'];
     for (const [script, expected] of [
         [`messaging.answer('SetConfig', 1); ${construct}`, messaging],
         [`messaging.answer('GetInstance', 5); ${construct}`, messaging],
@@ -31,9 +30,8 @@ test('without a dispatcher or a controller, an assertion with its expression, fi
         [`${unmade} adapter.forceRefreshEndpoints();`, messaging],
         [`control.answer('SetConfig', 1); new BrivonControlAdapter();`, control],
         [`control.answer('GetInstance', { instance: false }); new BrivonControlAdapter();`, control],
-    ]) {
+    ])
         assert.deepEqual(failedAssertion(await run(script)), expected, script);
-    }
 });
 
 test('an exception of the library during a send is not made a JavaScript error', async () => {
@@ -63,7 +61,7 @@ test('a dispatcher is waited for as promised', { skip: noPreload }, async () => 
         const [count, milliseconds] = sleeps;
         assert.equal(fs.readFileSync(log, 'utf8'), `${milliseconds}\n`.repeat(count), script);
         fs.unlinkSync(log);
-        if (isFatal) assert.equal(failedAssertion(ended).expression, 'brivon_', ended.stderr);
+        if (isFatal) assert.match(failedAssertion(ended), / brivon_$/);
         else assert.deepEqual([ended.code, ended.stderr], [0, ''], script);
     }
 });

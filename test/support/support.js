@@ -42,14 +42,6 @@ async function collectUntil(condition) {
     await until(() => (collect(), condition()));
 }
 
-// The line of a source file at which a diagnostic text is written: that of the __LINE__ before the text.
-function lineOf(file, text) {
-    const source = fs.readFileSync(path.join(root, file), 'utf8');
-    const position = source.lastIndexOf('__LINE__', source.indexOf(`"${text}`));
-    if (position < 0) throw new Error(`${file} does not write ${text}`);
-    return source.slice(0, position).split('\n').length;
-}
-
 // The folder in which the endpoints of a bus meet.
 const busFolder = (bus) =>
     process.platform === 'win32'
@@ -203,15 +195,12 @@ function endedAbnormally({ code, signal }) {
     return signal === 'SIGABRT' || (process.platform === 'win32' && code !== 0);
 }
 
-// The assertion that has ended a process: its expression, and the file and the text of its source line.
+// The assertion that has ended a process, "FILE: EXPRESSION".
 function failedAssertion(ended) {
     const report =
-        ended.stderr.match(/^node: (?<file>[^:]+):(?<line>\d+): .*: Assertion `(?<expression>.*)' failed\.$/m) ??
-        ended.stderr.match(/^Assertion failed: (?<expression>.*), file (?<file>.*), line (?<line>\d+)/m);
-    if (report === null || !endedAbnormally(ended)) return ended;
-    const { file, line, expression } = report.groups;
-    const source = fs.readFileSync(path.join(root, file), 'utf8').split('\n')[line - 1];
-    return { file, expression, source: source.trim() };
+        ended.stderr.match(/^node: (?<file>[^:]+):\d+: .*: Assertion `(?<expression>.*)' failed\.$/m) ??
+        ended.stderr.match(/^Assertion failed: (?<expression>.*), file (?<file>.*), line \d+/m);
+    return report !== null && endedAbnormally(ended) ? `${report.groups.file}: ${report.groups.expression}` : ended;
 }
 
 module.exports = {
@@ -223,7 +212,6 @@ module.exports = {
     endedAbnormally,
     Endpoint,
     failedAssertion,
-    lineOf,
     newBus,
     root,
     runScript,
