@@ -57,8 +57,10 @@ class Participant {
     }
 }
 
-const say = (text = '') => console.log(text);
-const chapter = (title) => say(`\n— ${title}`);
+const say = (text) => console.log(text);
+const chapter = (title) => say(`\n${title}`);
+// An endpoint's text with as much of its id as a line has room for.
+const short = (endpoint) => endpoint.replace(/(?<=,[0-9a-f]{8})[0-9a-f]+(?=}$)/, '…');
 
 // Resolves once the condition holds; it is looked at whenever a participant reports, and every few milliseconds.
 async function until(what, condition) {
@@ -72,66 +74,67 @@ async function until(what, condition) {
 async function main() {
     chapter('Two applications join the bus: notes, and calendar in two versions');
     const notes = new Participant('notes', 'notes', '1.0', 'calendar');
-    const old = new Participant('calendar (old)', 'calendar', '1.0', '');
-    const blue = new Participant('calendar (blue)', 'calendar', '2.0', '');
-    const green = new Participant('calendar (green)', 'calendar', '2.0', '');
+    const old = new Participant('old calendar', 'calendar', '1.0', '');
+    const blue = new Participant('blue calendar', 'calendar', '2.0', '');
+    const green = new Participant('green calendar', 'calendar', '2.0', '');
     const everyone = [notes, old, blue, green];
     await Promise.all(everyone.map(({ joined }) => joined));
     await until('everyone to see everyone', async () => {
         const lists = await Promise.all(everyone.map((participant) => participant.call('getEndpointCacheSnapshot')));
         return lists.every((list) => list.length === everyone.length - 1);
     });
-    for (const { name, endpoint, process: child } of everyone) say(`  ${name} is ${endpoint}, process ${child.pid}`);
+    for (const { name, endpoint, process: child } of everyone)
+        say(`  ${name} is ${short(endpoint)}, process ${child.pid}`);
 
     let unread = 0;
-    // Sends one greeting and waits until exactly those have heard it who should have.
-    async function send(from, to, target, receivers) {
-        const payload = greetings[unread++ % greetings.length];
-        say(`  ${from.name} → ${to}: ${payload}`);
-        await from.call('sendMessage', 'meeting', payload, ...target);
-        for (const receiver of receivers) {
-            await until(`${receiver.name} to hear “${payload}”`, () => receiver.heard.length > 0);
-            const { type, payload: heard, from: sender } = receiver.heard.shift();
-            if (heard !== payload) throw new Error(`${receiver.name} heard ${heard} instead of ${payload}`);
-            say(`    ${receiver.name} ← ${sender}: ${type}, ${heard}`);
+    // Sends greetings, and waits until exactly those have heard each who should have.
+    async function send(count, from, target, receivers) {
+        for (let i = 0; i < count; ++i) {
+            const payload = greetings[unread++];
+            await from.call('sendMessage', 'meeting', payload, ...target);
+            for (const { name, heard } of receivers) {
+                await until(`${name} to hear “${payload}”`, () => heard.length > 0);
+                const { type, payload: text } = heard.shift();
+                if (type !== 'brivon.SuiteMessage.meeting' || text !== payload)
+                    throw new Error(`${name} heard ${type}: ${text} instead of ${payload}`);
+            }
+            say(`  ${payload}`);
         }
     }
 
-    chapter('A message to one endpoint');
-    await send(notes, 'calendar (blue)', ['calendar', '2.0', blue.id], [blue]);
-    await send(blue, 'notes', ['notes', '1.0', notes.id], [notes]);
+    chapter('From notes to the blue calendar alone, and an answer');
+    await send(1, notes, ['calendar', '2.0', blue.id], [blue]);
+    await send(1, blue, ['notes', '1.0', notes.id], [notes]);
 
-    chapter('Messages to an application, whichever version');
-    for (let i = 0; i < 3; ++i) await send(notes, 'every calendar', [], [old, blue, green]);
+    chapter('From notes to the application calendar; all three have heard');
+    await send(3, notes, [], [old, blue, green]);
 
-    chapter('Messages to one version of it');
-    for (let i = 0; i < 3; ++i) await send(notes, 'every calendar 2.0', ['calendar', '2.0'], [blue, green]);
+    chapter('From notes to calendar 2.0; blue and green have heard');
+    await send(3, notes, ['calendar', '2.0'], [blue, green]);
 
-    chapter('Messages to everyone, for no endpoint of that application is known');
-    for (let i = 0; i < 3; ++i) await send(green, 'everyone', ['mail'], [notes, old, blue]);
+    chapter('From green to mail, which nobody is, so to everyone; the other three have heard');
+    await send(3, green, ['mail'], [notes, old, blue]);
 
-    chapter('calendar (green) is killed');
-    say(`  notes knows ${(await notes.call('getEndpointCacheSnapshot')).join(' ')}`);
+    chapter('The green calendar is killed, and notes sends to it');
     green.process.kill('SIGKILL');
     await green.gone;
-    say(`  notes → calendar (green): ${greetings[0]}`);
     await notes.call('sendMessage', 'meeting', greetings[0], 'calendar', '2.0', green.id);
     await until('the error to come back', () => notes.heard.length > 0);
     const { event, error, fault } = notes.heard.shift();
     if (event !== 'error' || fault !== green.endpoint) throw new Error(`notes heard ${event} about ${fault}`);
-    say(`    notes ← the bus: ${error}: ${fault}`);
+    say(`  the bus to notes: ${error}: ${short(fault)}`);
 
     await notes.call('forceRefreshEndpoints');
     await until('the endpoint lists to lose it', async () => {
         const lists = await Promise.all([notes, old, blue].map((one) => one.call('getEndpointCacheSnapshot')));
         return lists.every((list) => !list.includes(green.endpoint));
     });
-    say(`  notes knows ${(await notes.call('getEndpointCacheSnapshot')).join(' ')}`);
-    await send(notes, 'every calendar 2.0', ['calendar', '2.0'], [blue]);
+    say(`  notes knows ${(await notes.call('getEndpointCacheSnapshot')).map(short).join(' ')}`);
+    await send(1, notes, ['calendar', '2.0'], [blue]);
 
     for (const { name, heard } of everyone)
         if (heard.length > 0) throw new Error(`${name} heard what it should not have: ${JSON.stringify(heard)}`);
-    say('\nEverything that was sent has arrived where it should, and nowhere else.');
+    chapter('Everything that was sent has arrived where it should, and nowhere else.');
 }
 
 setTimeout(() => {

@@ -42,8 +42,9 @@ export type EndpointText = string;
  * One endpoint on the messaging bus.
  *
  * An adapter lives until it is collected; there is no `close`. Keep a reference to one for as long as it listens, or call
- * {@link removeAllListeners} before dropping it. The collection of any adapter silences the listeners and the diagnostic
- * log of all adapters of the process.
+ * {@link removeAllListeners} before dropping it. A top-level `const` is no such reference, since the runtime drops what no
+ * later code uses: put the adapter on `globalThis`, export it, or use it in a listener. The collection of any adapter
+ * silences the listeners and the diagnostic log of all adapters of the process.
  */
 export class BrivonAdapter {
     /**
@@ -63,8 +64,8 @@ export class BrivonAdapter {
      * Sends a message: to one endpoint when application, version and endpoint id are all given; else to the cached
      * endpoints of the application, narrowed by version where one has it; else, when none is cached, to everyone.
      *
-     * A failed send is not reported: the endpoint list is refreshed soon after a refusal, and what cannot be delivered
-     * comes back to the error listener. A NUL character ends a string here.
+     * A failed send is not reported: the endpoint list is refreshed soon after a refusal, and the error listener hears
+     * what the library has to say, if anything. A NUL character ends a string here.
      *
      * @param type The type without the prefix "brivon.SuiteMessage.".
      * @param payload Any text.
@@ -150,7 +151,7 @@ export class BrivonControlAdapter {
 
     /**
      * The product version that the application's executable declares in its version resource; null when there is none,
-     * whatever the reason. Leaks the version block that it has read, some kilobytes.
+     * whatever the reason. Leaks the version block that it has read: the file's version resource, mostly some kilobytes.
      */
     getAppVersion(targetSpecifier: string): string | null;
 

@@ -34,44 +34,31 @@ async function control({ say, chapter, until }) {
         _setLibraryPath(folder);
         const adapter = new BrivonControlAdapter();
         const show = (name) => {
-            const running = adapter.isAppRunning(name)
-                ? `running as process ${adapter.getProcessId(name)}`
-                : 'not running';
-            const version = adapter.getAppVersion(name) ?? 'no version';
-            say(`  ${name}: ${adapter.isAppInstalled(name) ? 'installed' : 'not installed'}, ${running}, ${version}`);
-            say(`    ${adapter.getAppPath(name) || 'no path'}`);
+            const version = adapter.getAppVersion(name);
+            const installed = version === null ? 'installed' : `installed in version ${version}`;
+            const running = adapter.isAppRunning(name) ? `, running as process ${adapter.getProcessId(name)}` : '';
+            say(`  ${name}: ${adapter.isAppInstalled(name) ? installed : 'not installed'}${running}`);
         };
 
         chapter(`The programs of ${folder}`);
         const specifiers = adapter.getSpecifiers();
-        specifiers.forEach(show);
-        show('../escape');
+        [...specifiers, '../escape'].forEach(show);
         const expected = [...Object.keys(windowsPrograms), ...Object.keys(scripts)].sort();
         if (specifiers.join() !== expected.join()) throw new Error(`expected ${expected}`);
         if (adapter.getAppVersion('7za-x64.exe') !== '21.07') throw new Error('7za-x64.exe has another version');
 
-        chapter('wait-for-file is launched');
+        chapter('One of them is launched, and ends once its file is there');
         const file = path.join(folder, 'that file');
-        const outcome = await new Promise((resolve) => {
-            adapter.launchApp('wait-for-file', true, `'${file}'`, (...args) => resolve(args));
-            say('  launchApp has returned; the program starts in the background');
-        });
-        say(`  the callback receives (${outcome.map(String).join(', ')})`);
-        if (outcome[1] !== true) throw new Error('wait-for-file was not launched');
+        const launch = (name, line) =>
+            new Promise((resolve) => adapter.launchApp(name, true, line, (...outcome) => resolve(outcome)));
+        const [error, launched] = await launch('wait-for-file', `'${file}'`);
+        if (error !== undefined || launched !== true) throw new Error('wait-for-file was not launched');
         await until('wait-for-file to be seen', () => adapter.isAppRunning('wait-for-file'));
         show('wait-for-file');
-        const processId = adapter.getProcessId('wait-for-file');
-        say(`  the system says: ${fs.readFileSync(`/proc/${processId}/cmdline`, 'utf8').split('\0').join(' ')}`);
-
         fs.writeFileSync(file, '');
         await until('wait-for-file to end', () => !adapter.isAppRunning('wait-for-file'));
-        say('  its file is there, and it has ended:');
         show('wait-for-file');
-        const refused = await new Promise((resolve) =>
-            adapter.launchApp('missing', false, '', (...args) => resolve(args)),
-        );
-        say(`  a program that is not installed: the callback receives (${refused.map(String).join(', ')})`);
-        if (refused[1] !== false) throw new Error('a missing program was launched');
+        if ((await launch('missing', '')).join() !== ',false') throw new Error('a missing program was launched');
     } finally {
         fs.rmSync(folder, { recursive: true });
     }

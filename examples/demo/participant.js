@@ -7,9 +7,7 @@ const { BrivonAdapter } = require('../../lib');
 const [appId, appVersion, defaultAppId] = process.argv.slice(2);
 const adapter = new BrivonAdapter(appId, appVersion, defaultAppId);
 
-adapter.addMessageListener((type, payload, fromAppId, fromVersion) => {
-    process.send({ event: 'message', type, payload, from: `${fromAppId} ${fromVersion}` });
-});
+adapter.addMessageListener((type, payload) => process.send({ event: 'message', type, payload }));
 adapter.addErrorListener((type, error, fault) => process.send({ event: 'error', error, fault }));
 
 // Each request { id, method, args } is a call of the adapter.
