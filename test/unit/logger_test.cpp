@@ -7,12 +7,19 @@
 
 namespace {
 
+// Shows what has been flushed.
+struct Buffer : std::stringbuf {
+    int sync() override { return flushed = str(), 0; }
+    std::string flushed;
+};
+
 class Logger : public testing::Test {
 protected:
     Logger() { setLogger(&logger_); }
     ~Logger() override { setLogger(nullptr); }
 
-    std::ostringstream out_;
+    Buffer buffer_;
+    std::ostream out_{&buffer_};
     TestStreamLogger logger_{out_, LogLevel::Info};
 };
 
@@ -23,27 +30,27 @@ TEST_F(Logger, WritesTextsOfAnyLengthUpToItsThreshold) {
     const std::string longText(100'000, 'a');
     logger_.logFormat(LogLevel::Trace, "%s|%d", longText.c_str(), -5);
     logger_.logFormat(LogLevel::Warning, "%s", "");
-    EXPECT_EQ(out_.str(), "Always:x\nTrace:" + longText + "|-5\nWarning:\n");
+    EXPECT_EQ(buffer_.flushed, "Always:x\nTrace:" + longText + "|-5\nWarning:\n");
 }
 
 TEST_F(Logger, WritesALineToTheLoggerThatIsThereWhenItsHolderGoesAway) {
     const std::pair<const char*, const char*> cases[] = {
         {"a/b\\c.cc", "b\\c.cc"}, {"a\\b\\c.cc", "c.cc"}, {"a/b/c.cc", "c.cc"}, {"c.cc", "c.cc"}};
     for (const auto& [file, name] : cases) {
-        out_.str("");
+        buffer_.str("");
         setLogger(nullptr);
         {
             LogMessageHolder holder(std::make_unique<LogMessage>("net", LogLevel::Info, file, 42, "Conn::open"));
             holder.stream() << "connected";
             setLogger(&logger_);
         }
-        EXPECT_EQ(out_.str(), std::string("Info:net: connected (") + name + ".Conn::open.42)\n");
+        EXPECT_EQ(buffer_.flushed, std::string("Info:net: connected (") + name + ".Conn::open.42)\n");
     }
 }
 
 TEST_F(Logger, WritesTheBeginAndTheEndOfAScope) {
-    { LogScope(("c"), LogLevel::Warning, std::string("work")).stream() << " done"; }
-    EXPECT_EQ(out_.str(), "Warning:c: Begin work (..0)\nWarning:c: End work done (..0)\n");
+    { LogScope("c", LogLevel::Warning, std::string("work")).stream() << " done"; }
+    EXPECT_EQ(buffer_.flushed, "Warning:c: Begin work (..0)\nWarning:c: End work done (..0)\n");
 }
 
 // Throws from every write.

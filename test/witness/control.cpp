@@ -54,8 +54,7 @@ BrivonControlErrorCode IBrivonController::SetConfig(const char*, const char*) {
     return BrivonControlErrorCode_Success;
 }
 BrivonControlErrorCode IBrivonController::GetInstance(IBrivonController** controller) {
-    static Controller& only = *new Controller;
-    *controller = &only;
+    *controller = new Controller;
     return static_cast<BrivonControlErrorCode>(-1);
 }
 void IBrivonController::ReleaseInstance() {

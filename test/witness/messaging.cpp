@@ -1,6 +1,7 @@
 // Another implementation of the messaging contract, which notes what the module does with its records and does what a
 // library may do, though ours never does: it calls back in the middle of a call, holds a call up, and throws what is no
 // standard exception. What it has noted since the last time is the id of its own endpoint, words with blanks between.
+// It keeps all that it has made.
 //
 // A message's type tells it what to do, behind the prefix:
 //   "hear:TYPE|APP|VERSION|ID|PAYLOAD"  has a thread of its own hand that message to the listener before Send returns;
@@ -22,18 +23,11 @@
 #include <string>
 #include <thread>
 #include <utility>
-#include <vector>
 
 namespace kesta::brivon::api5 {
 namespace {
 
-// What stands behind every object: texts by the names of their accessors, and an endpoint's worth of them for the
-// source.
-using Texts = std::map<std::string, std::string>;
-struct Record {
-    Texts texts;
-    Texts source;
-};
+constexpr std::size_t kPrefix = sizeof "brivon.SuiteMessage." - 1;
 
 std::mutex mutex; // guards what follows
 std::condition_variable changed;
@@ -43,100 +37,87 @@ bool throwsNext = false;
 
 void note(const std::string& word) {
     const std::lock_guard lock(mutex);
-    notes += notes.empty() ? word : " " + word;
+    notes += " " + word;
 }
 
-Record& record(void* fields) {
-    return *static_cast<Record*>(fields);
+// Moves a call that is held up on, with the lock held.
+void proceed(decltype(hold) from, decltype(hold) to, const char* words = "") {
+    if (hold != from)
+        return;
+    hold = to;
+    notes += words;
+    changed.notify_all();
 }
 
-size_t sizeOf(void* fields, const char* name) {
-    return record(fields).texts[name].size() + 1;
+void throwWhenTold() {
+    const std::lock_guard lock(mutex);
+    if (std::exchange(throwsNext, false))
+        throw 42;
 }
 
-void copy(void* fields, const char* name, char* text) {
-    const std::string& bytes = record(fields).texts[name];
-    std::memcpy(text, bytes.c_str(), bytes.size() + 1);
+// What stands behind every object, by the names of the accessors. Copies share it.
+std::string& field(void* fields, const char* name) {
+    return (*static_cast<std::map<std::string, std::string>*>(fields))[name];
 }
+
+void* newFields() {
+    return new std::map<std::string, std::string>;
+}
+
+} // namespace
+
+#define TEXT(Class, Name, beforeSize, beforeText)                                                                      \
+    size_t Class::Get##Name##Size() const {                                                                            \
+        beforeSize;                                                                                                    \
+        return field(fields_, #Name).size() + 1;                                                                       \
+    }                                                                                                                  \
+    void Class::Get##Name(char* text) const {                                                                          \
+        beforeText;                                                                                                    \
+        std::memcpy(text, field(fields_, #Name).c_str(), field(fields_, #Name).size() + 1);                            \
+    }
+#define ENDPOINT_TEXT(Name, beforeSize)                                                                                \
+    TEXT(EndPoint, Name, beforeSize, )                                                                                 \
+    void EndPoint::Set##Name(const char* text) {                                                                       \
+        field(fields_, #Name) = text;                                                                                  \
+    }
 
 // The module's lock is held here when it looks a source up.
-void holdUp() {
+static void holdUp() {
     std::unique_lock lock(mutex);
     if (hold != Armed)
         return;
-    hold = Held;
-    notes += " locked";
-    changed.notify_all();
+    proceed(Armed, Held, " locked");
     changed.wait_for(lock, std::chrono::seconds(30), [] { return hold != Held; });
     changed.wait_for(lock, std::chrono::milliseconds(100), [] { return hold == Released; });
     notes += " unlocked";
     hold = Idle;
 }
 
-void readField(void* fields, const char* name, char* text) {
-    {
-        const std::lock_guard lock(mutex);
-        if (std::exchange(throwsNext, false))
-            throw 42;
-    }
-    copy(fields, name, text);
-}
+ENDPOINT_TEXT(Id, )
+ENDPOINT_TEXT(AppId, holdUp())
+ENDPOINT_TEXT(AppVersion, )
+TEXT(BrivonMessage, Type, , )
+TEXT(BrivonMessage, AppId, , throwWhenTold())
+TEXT(BrivonMessage, AppVersion, , )
+TEXT(SuiteMessage, Payload, , note("GetPayload"))
+TEXT(ErrorMessage, Error, , throwWhenTold())
+TEXT(ErrorMessage, Fault, , )
 
-} // namespace
-
-#define TEXT(Class, Name, read)                                                                                        \
-    size_t Class::Get##Name##Size() const {                                                                            \
-        return sizeOf(fields_, #Name);                                                                                 \
-    }                                                                                                                  \
-    void Class::Get##Name(char* text) const {                                                                          \
-        read(fields_, #Name, text);                                                                                    \
-    }
-#define SETTER(Name)                                                                                                   \
-    void EndPoint::Set##Name(const char* text) {                                                                       \
-        record(fields_).texts[#Name] = text;                                                                           \
-    }
-TEXT(EndPoint, Id, copy)
-TEXT(EndPoint, AppVersion, copy)
-SETTER(Id)
-SETTER(AppId)
-SETTER(AppVersion)
-TEXT(BrivonMessage, Type, copy)
-TEXT(BrivonMessage, AppId, readField)
-TEXT(BrivonMessage, AppVersion, copy)
-TEXT(ErrorMessage, Error, readField)
-TEXT(ErrorMessage, Fault, copy)
-
-size_t EndPoint::GetAppIdSize() const {
-    holdUp();
-    return sizeOf(fields_, "AppId");
-}
-void EndPoint::GetAppId(char* text) const {
-    copy(fields_, "AppId", text);
-}
 EndPoint::EndPoint()
-    : fields_(new Record) {}
+    : fields_(newFields()) {}
 EndPoint::EndPoint(const EndPoint& other)
-    : fields_(new Record(record(other.fields_))) {
+    : fields_(other.fields_) {
     const std::lock_guard lock(mutex);
-    if (hold != Held)
-        return;
-    hold = Copied;
-    notes += " copied";
-    changed.notify_all();
+    proceed(Held, Copied, " copied");
 }
-EndPoint& EndPoint::operator=(const EndPoint& other) {
-    record(fields_) = record(other.fields_);
-    return *this;
-}
-EndPoint::~EndPoint() {
-    delete &record(fields_);
-}
+EndPoint& EndPoint::operator=(const EndPoint&) = default;
+EndPoint::~EndPoint() = default;
 
 BrivonMessage::BrivonMessage(const char* type)
-    : fields_(new Record{{{"Type", type}}, {}}) {}
-BrivonMessage::~BrivonMessage() {
-    delete &record(fields_);
+    : fields_(newFields()) {
+    field(fields_, "Type") = type;
 }
+BrivonMessage::~BrivonMessage() = default;
 
 // An error's type begins like an application message's, so that the order of the two questions shows.
 const char* const SuiteMessage::TYPE_PREFIX = "brivon.";
@@ -144,55 +125,37 @@ const char* const ErrorMessage::TYPE = "brivon.error";
 SuiteMessage::SuiteMessage(const char* type)
     : BrivonMessage(type) {}
 SuiteMessage::~SuiteMessage() = default;
-ErrorMessage::ErrorMessage()
-    : BrivonMessage(TYPE) {}
-ErrorMessage::~ErrorMessage() = default;
 void SuiteMessage::SetSource(const EndPoint&) {
     note("SetSource");
 }
 EndPoint SuiteMessage::GetSource() const {
     EndPoint source;
-    for (const auto& [name, text] : record(fields_).source)
-        (source.*(name == "Id" ? &EndPoint::SetId : &EndPoint::SetAppId))(text.c_str());
+    source.SetAppId(field(fields_, "AppId").c_str());
+    source.SetId(field(fields_, "Id").c_str());
     return source;
 }
 void SuiteMessage::SetDestinations(const EndPoint*, size_t count) {
     note("SetDestinations:" + std::to_string(count));
 }
-size_t SuiteMessage::GetDestinationCount() const {
-    return 0;
-}
-void SuiteMessage::GetDestinations(EndPoint*) const {}
 void SuiteMessage::SetPayload(const char* payload) {
     note("SetPayload:" + std::string(payload));
-}
-size_t SuiteMessage::GetPayloadSize() const {
-    return sizeOf(fields_, "Payload");
-}
-void SuiteMessage::GetPayload(char* payload) const {
-    note("GetPayload");
-    copy(fields_, "Payload", payload);
 }
 IBrivonMessageListener::IBrivonMessageListener() = default;
 
 namespace {
 
-// A message as a listener gets it: the fields of "TYPE|APP|VERSION|ID|PAYLOAD" under every name that asks for them.
-class Incoming final : public SuiteMessage {
-public:
+// An error's texts are those of the application id and of the payload.
+struct Incoming final : SuiteMessage {
     explicit Incoming(const std::string& order)
         : SuiteMessage("") {
         std::istringstream in(order);
         for (const char* name : {"Type", "AppId", "AppVersion", "Id", "Payload"}) {
-            std::string& text = record(fields_).texts[name];
-            std::getline(in, text, '|');
-            for (char& byte : text)
+            std::getline(in, field(fields_, name), '|');
+            for (char& byte : field(fields_, name))
                 byte = byte == '~' ? '\0' : byte;
         }
-        Texts& texts = record(fields_).texts;
-        texts["Error"] = texts["AppId"];
-        texts["Fault"] = texts["Payload"];
-        record(fields_).source = {{"Id", texts["Id"]}, {"AppId", texts["AppId"]}};
+        field(fields_, "Error") = field(fields_, "AppId");
+        field(fields_, "Fault") = field(fields_, "Payload");
     }
 };
 
@@ -201,37 +164,30 @@ public:
     void Reserved0() override {}
     BrivonMessageErrorCode Send(const SuiteMessage& message) override {
         note("Send");
+        release();
         std::string order(message.GetTypeSize(), '\0');
         message.GetType(order.data());
-        order =
-            order.substr(std::strlen("brivon.SuiteMessage."), order.size() - std::strlen("brivon.SuiteMessage.") - 1);
-        release();
-        if (order == "refuse")
-            return static_cast<BrivonMessageErrorCode>(-1);
-        if (order == "throw")
-            throwsNext = true;
-        if (order == "in-refresh" || order == "in-removal")
-            unknownIn_ = order;
-        if (order.compare(0, 5, "hear:") == 0)
+        order = order.substr(kPrefix, order.size() - kPrefix - 1);
+        const std::string verb = order.substr(0, 5);
+        if (verb == "hear:")
             hear(order.substr(5));
-        if (order.compare(0, 5, "hold:") == 0)
+        else if (verb == "hold:")
             holdUpAt(order.substr(5));
-        return BrivonMessageErrorCode_Success;
+        else if (verb == "throw")
+            throwsNext = true;
+        else if (order.compare(0, 3, "in-") == 0)
+            order_ = order;
+        return static_cast<BrivonMessageErrorCode>(order == "refuse" ? -1 : 0);
     }
     void AddMessageListener(IBrivonMessageListener* listener) override { listener_ = listener; }
     void RemoveMessageListener(IBrivonMessageListener*) override { hearUnknown("in-removal"); }
     void AddErrorListener(IBrivonMessageListener*) override {}
     void RemoveErrorListener(IBrivonMessageListener*) override {}
-    void RegisterEndPointsCallback(EndPointsCallback callback, void* context) override {
-        callback_ = callback;
-        context_ = context;
-    }
+    void RegisterEndPointsCallback(EndPointsCallback callback, void* context) override { callback(context); }
     void UnregisterEndPointsCallback(EndPointsCallback, void*) override {}
     void RefreshEndPoints() override {
         note("RefreshEndPoints");
         hearUnknown("in-refresh");
-        if (std::exchange(isFirst_, false))
-            std::thread([this] { callback_(context_); }).join();
     }
     bool IsRefreshing() override { return false; }
     EndPoint GetSelfEndPoint() override {
@@ -240,30 +196,23 @@ public:
         self.SetId(std::exchange(notes, "").c_str());
         return self;
     }
-    bool IsReady() override {
-        if (std::exchange(throwsNext, false))
-            throw 42;
-        return true;
-    }
+    bool IsReady() override { return throwWhenTold(), true; }
     // One, of the application "known".
     void GetEndPoints(EndPoint** list, size_t* count) override {
-        *list = new EndPoint[1];
+        *list = new EndPoint;
         (*list)->SetAppId("known");
         (*list)->SetId("1");
         *count = 1;
     }
-    void ReleaseEndPoints(EndPoint* list) override { delete[] list; }
+    void ReleaseEndPoints(EndPoint* list) override { delete list; }
 
 private:
     void hear(const std::string& order) {
-        const Incoming incoming(order);
-        std::thread([&] { listener_->Receive(incoming); }).join();
+        std::thread([&] { listener_->Receive(Incoming(order)); }).join();
     }
     void hearUnknown(const char* where) {
-        if (unknownIn_ == where) {
-            unknownIn_.clear();
-            hear("brivon.unknown|unknown||9|" + std::string(where));
-        }
+        if (std::exchange(order_, order_ == where ? "" : order_) == where)
+            hear(std::string("brivon.unknown|unknown||9|") + where);
     }
     void holdUpAt(const std::string& order) {
         std::unique_lock lock(mutex);
@@ -275,19 +224,14 @@ private:
     void release() {
         {
             const std::lock_guard lock(mutex);
-            if (hold == Copied)
-                hold = Released;
-            changed.notify_all();
+            proceed(Copied, Released);
         }
         if (holder_.joinable())
             holder_.join();
     }
 
     IBrivonMessageListener* listener_ = nullptr;
-    EndPointsCallback callback_ = nullptr;
-    void* context_ = nullptr;
-    bool isFirst_ = true;
-    std::string unknownIn_;
+    std::string order_;
     std::thread holder_;
 };
 
@@ -298,8 +242,7 @@ BrivonMessageErrorCode IBrivonMessageDispatcher::SetConfig(const char* first, co
     return BrivonMessageErrorCode_Success;
 }
 BrivonMessageErrorCode IBrivonMessageDispatcher::GetInstance(IBrivonMessageDispatcher** dispatcher) {
-    static Dispatcher& only = *new Dispatcher;
-    *dispatcher = &only;
+    *dispatcher = new Dispatcher;
     return BrivonMessageErrorCode_Success;
 }
 void IBrivonMessageDispatcher::ReleaseInstance() {}
