@@ -49,14 +49,18 @@ test('the programs of the folder are the catalogue, and nothing else is installe
     // What cannot be started, and a command line that is not finished, which programs for Windows see to themselves.
     if (isWindows) return;
     assert.deepEqual(await launch('tool.EXE', ''), [undefined, false]);
-    assert.deepEqual(await launch(name, `'unfinished`), [undefined, false]);
+    for (const line of [`'one`, 'one\\', '"one\\"']) assert.deepEqual(await launch(name, line), [undefined, false]);
     assertKnown(name, {});
 });
 
 test('a launched program is seen while it runs, with its arguments and its process id', async () => {
     const report = file('report');
-    const line = isWindows ? `"${report}" one "two words" ""` : `'${report}' one "two words" '' grüße\\ 日本`;
-    const expected = isWindows ? ['one', 'two words', ''] : ['one', 'two words', '', 'grüße 日本'];
+    const line = isWindows
+        ? `"${report}" one "two words" ""`
+        : `'${report}' one\t"two words" '' grüße\\ 日本 a'b'"c" 'a\\b' "\\"\\\\\\$\\b" a\\\nb $HOME \`id\` * ;|&`;
+    const expected = isWindows
+        ? ['one', 'two words', '']
+        : ['one', 'two words', '', 'grüße 日本', 'abc', 'a\\b', '"\\$\\b', 'ab', '$HOME', '`id`', '*', ';|&'];
     assert.deepEqual(await launch(name, line), [undefined, true]);
     await until(() => fs.existsSync(report));
     const [processId, ...args] = fs.readFileSync(report, 'utf8').split(/\r?\n/).slice(0, -1);

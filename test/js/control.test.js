@@ -133,6 +133,8 @@ test('versions are those that the executables declare, and paths are released on
         [sample('no_version.x64.exe'), null],
         [path.join(folder, 'missing.exe'), null],
         [folder, null],
+        // Neither a regular file nor one that ends; Windows has no such path.
+        ['/dev/zero', null],
         ['', null],
         [installed('7zip-bin/win/arm64/7za.exe'), '21.02 alpha'],
         [installed('7zip/7zip-lite/7z.dll'), '15.05 beta'],

@@ -22,13 +22,10 @@ test('the exports are plain properties, and the methods fixed ones of the protot
     ]) {
         const { constructor, ...properties } = Object.getOwnPropertyDescriptors(object);
         assert.equal(Object.keys(properties).join(' '), names);
-        for (const { value, ...attributes } of Object.values(properties)) {
-            assert.equal(typeof value, 'function');
+        for (const { value, ...attributes } of Object.values(properties))
             assert.deepEqual(attributes, { writable: isPlain, enumerable: isPlain, configurable: isPlain });
-        }
     }
-    const names = Object.values(brivonjs).map(({ name }) => name);
-    assert.deepEqual(names, ['BrivonAdapter', 'BrivonControlAdapter', '']);
+    assert.equal(_setLibraryPath.name, '');
 });
 
 // Asserts that each call throws this, a TypeError without a code, and that no library is asked for anything.
@@ -50,10 +47,9 @@ test('bad arguments get their errors before a library is asked', () => {
     const listener = () => assert.fail('a refused call calls nobody');
     const launch = (...args) => controlAdapter.launchApp(...args);
 
+    const texts = (name) => `Expected ${name} to be a string`;
     assertRefusals('TypeError', 'Wrong number of arguments', [
-        () => new BrivonAdapter(),
         () => new BrivonAdapter('app'),
-        () => adapter.sendMessage(),
         () => adapter.sendMessage('type'),
         () => adapter.addMessageListener(),
         () => adapter.addErrorListener(),
@@ -63,7 +59,7 @@ test('bad arguments get their errors before a library is asked', () => {
         () => launch('a', true, 'b'),
         () => launch('a', true, 'b', listener, 5),
     ]);
-    assertRefusals('TypeError', 'Expected targetSpecifier to be a string', [
+    assertRefusals('TypeError', texts('targetSpecifier'), [
         () => adapter.sendMessage(1, 'payload'),
         () => adapter.sendMessage('type', 'payload', undefined),
         () => adapter.sendMessage('type', 'payload', '', '', '', 6),
@@ -71,18 +67,14 @@ test('bad arguments get their errors before a library is asked', () => {
         () => launch(5, 5, 5, 5),
     ]);
     assertRefusals('TypeError', 'Expected setFocus to be a Boolean', [() => launch('a', 'true', 5, 5)]);
-    assertRefusals('TypeError', 'Expected cmdLineArgs to be a string', [() => launch('a', true, 5, 5)]);
+    assertRefusals('TypeError', texts('cmdLineArgs'), [() => launch('a', true, 5, 5)]);
     assertRefusals('TypeError', 'Expected callback to be a function', [() => launch('a', true, 'b', {})]);
     assertRefusals('Error', 'A string was expected', [
-        () => new BrivonAdapter(1, '1'),
         () => new BrivonAdapter('app', null),
         () => new BrivonAdapter('app', '1', undefined),
         () => _setLibraryPath(5),
     ]);
-    assertRefusals('Error', 'Invalid argument', [
-        () => adapter.addMessageListener('not a function'),
-        () => adapter.addErrorListener({}),
-    ]);
+    assertRefusals('Error', 'Invalid argument', [() => adapter.addErrorListener({})]);
     assertRefusals('TypeError', "Class constructors cannot be invoked without 'new'", [
         () => BrivonAdapter('a', 'b'),
         () => BrivonControlAdapter(),
