@@ -1,31 +1,49 @@
 'use strict';
 
-// The built files themselves, read on the machine that builds.
+// The built files themselves, of both platforms, read on the machine that builds.
 
 const assert = require('node:assert/strict');
 const { execFileSync } = require('node:child_process');
 const path = require('node:path');
 const { test } = require('node:test');
 
-const { buildDirectory, root } = require('../support/support');
+const { root } = require('../support/support');
 
-const output = (tool, ...args) => execFileSync(tool, args, { encoding: 'utf8' });
-const moduleFile = path.join(buildDirectory, 'BrivonJS.node');
+const run = (tool, ...args) => execFileSync(tool, args, { encoding: 'utf8', maxBuffer: 1 << 28 });
+const read = (tool, ...args) => run(`x86_64-w64-mingw32-${tool}`, ...args);
+const built = (platform, name) => path.join(root, 'build', platform, name);
+const firsts = (text, pattern) => [...text.matchAll(pattern)].map(([, name]) => name).sort();
+const windowsModule = built('win32-x64', 'BrivonJS.node');
 
-test('the module exports its registration and nothing else', () => {
-    assert.match(output('nm', '-D', '--defined-only', moduleFile), /^[0-9a-f]{16} D _register_BrivonJS_\n$/);
+test('the module exports its registration, which is data, and nothing else', () => {
+    const module = built('linux-x64', 'BrivonJS.node');
+    assert.match(run('nm', '-D', '--defined-only', module), /^[0-9a-f]{16} D _register_BrivonJS_\n$/);
+    const [, names] = read('objdump', '-p', windowsModule).split('[Ordinal/Name Pointer] Table');
+    assert.deepEqual(firsts(names, /^\t\[ +\d+\] (\S+)/gm), ['_register_BrivonJS_']);
+    const [, section] = read('objdump', '-t', windowsModule).match(/\(sec +(\d+)\).* _register_BrivonJS_$/m);
+    assert.match(read('objdump', '-h', windowsModule), new RegExp(`^ +${section - 1} \\.CRT `, 'm'));
 });
 
-test('the module finds its libraries beside itself', () => {
-    const dynamic = output('readelf', '-dW', moduleFile);
-    assert.match(dynamic, /RUNPATH\).*\[\$ORIGIN\]/);
-    for (const library of ['BrivonMessage5', 'BrivonControl'])
-        assert.match(dynamic, new RegExp(`NEEDED\\).*\\[lib${library}\\.so\\]`));
+test('libraries are found beside the module, and are those of the contracts and of the system, no compiler’s', () => {
+    assert.match(run('readelf', '-dW', built('linux-x64', 'BrivonJS.node')), /RUNPATH\).*\[\$ORIGIN\]/);
+    for (const [name, imports] of [
+        ['BrivonJS.node', 'BrivonControl.dll BrivonMessage5.dll KERNEL32.dll VERSION.dll msvcrt.dll'],
+        ['BrivonMessage5.dll', 'KERNEL32.dll msvcrt.dll'],
+        ['BrivonControl.dll', 'KERNEL32.dll msvcrt.dll'],
+    ])
+        assert.equal(firsts(read('objdump', '-p', built('win32-x64', name)), /DLL Name: (\S+)/g).join(' '), imports);
+});
+
+test('the host’s functions are bound late on Windows: N-API, three of libuv, and nothing else', () => {
+    const symbols = read('nm', windowsModule);
+    assert.match(symbols, / __DELAY_IMPORT_DESCRIPTOR_\w+$/m);
+    const others = firsts(symbols, / __imp_((?:napi|node|uv)_\w+)$/gm).filter((name) => !name.startsWith('napi_'));
+    assert.deepEqual(others, ['uv_mutex_init', 'uv_mutex_lock', 'uv_mutex_unlock']);
 });
 
 // As the contract's own compiler lays them out, which puts a destructor into one slot and not into two.
 test('the virtual operations of the contract have their slots on the ABI of the closed library', () => {
-    const dump = output(
+    const dump = run(
         'clang++',
         ...['--target=x86_64-pc-windows-msvc', '-ffreestanding', '-std=c++17', '-Wall', '-Wextra', '-Werror'],
         ...['-S', '-emit-llvm', '-o', '/dev/null', '-Xclang', '-fdump-vtable-layouts'],
