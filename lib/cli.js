@@ -4,9 +4,12 @@
 // The tools of this package: who is on the bus, and what is said to a program there. Each is a program on the bus itself
 // and prints records: as columns on a terminal, as one line of JSON each to anything else.
 
+const fs = require('node:fs');
 const os = require('node:os');
 const { parseArgs } = require('node:util');
 
+const { load } = require('./load');
+const { standinsFile } = require('./locate');
 const { version } = require('../package.json');
 
 const HELP = `Usage: brivonjs endpoints [--follow] [OPTION...]
@@ -86,6 +89,7 @@ function parse() {
 function run(command, options) {
     try {
         if (options.bus !== undefined) process.env.BRIVON_BUS = options.bus;
+        checkBus();
         const { BrivonAdapter } = require('./index');
         adapter = new BrivonAdapter(options['app-id'] ?? `brivonjs-${command}`, options['app-version'] ?? version);
     } catch (error) {
@@ -97,6 +101,12 @@ function run(command, options) {
     for (const signal of ['SIGHUP', 'SIGINT', 'SIGTERM'])
         process.on(signal, () => process.exit(128 + os.constants.signals[signal]));
     COMMANDS[command](options);
+}
+
+// Throws where the stand-ins cannot open the folder of their bus: an adapter would end the process with an assertion.
+function checkBus() {
+    const standins = standinsFile();
+    if (fs.existsSync(standins)) load(standins).message.perform('checkBus');
 }
 
 // ---- The commands

@@ -2,6 +2,7 @@
 
 // The exports of this package are the native module's own exports object.
 
+const { load } = require('./load');
 const { modulePath } = require('./locate');
 
-module.exports = require(modulePath());
+module.exports = load(modulePath());

@@ -1,31 +1,90 @@
 'use strict';
 
+// Where the native module is, and what to say where there is none.
+
 const fs = require('node:fs');
 const path = require('node:path');
 
-const root = path.join(__dirname, '..');
 const platform = `${process.platform}-${process.arch}`;
 
-// The module's file: the one that BRIVONJS_MODULE names, else the one that came with the package for this platform,
-// else a local build.
+// This package's folder, or what takes its place in a bundle. A bundle that is an ES module has no __dirname.
+const root = path.join(typeof __dirname === 'string' ? __dirname : path.dirname(process.execPath), '..');
+
+// A local build goes before what came with the package, which may be older.
+const folders = ['build', 'prebuilds'].map((name) => path.join(root, name));
+
+const moduleIn = (folder, name) => path.join(folder, name, 'BrivonJS.node');
+
+// The module's file: the one that BRIVONJS_MODULE names, else this package's for this platform.
 function modulePath() {
     if (process.env.BRIVONJS_MODULE) return path.resolve(process.env.BRIVONJS_MODULE);
-    const candidates = ['prebuilds', 'build'].map((folder) => path.join(root, folder, platform, 'BrivonJS.node'));
+    const candidates = folders.map((folder) => moduleIn(folder, platform));
     const found = candidates.find((file) => fs.existsSync(file));
     if (found !== undefined) return found;
-    throw new Error(
+    throw platformError(
         `brivonjs has no native module for ${platform}: there is neither ${candidates.join(' nor ')}, ` +
             'and BRIVONJS_MODULE does not name another one',
     );
 }
 
-// The addon that scripts the stand-ins lies beside the module and the stand-ins themselves.
+// The addon that scripts the stand-ins lies beside the module and the stand-ins themselves, and nowhere else.
+function standinsFile() {
+    return path.join(path.dirname(modulePath()), 'standins.node');
+}
+
 function standinsPath() {
-    const file = path.join(path.dirname(modulePath()), 'standins.node');
+    const file = standinsFile();
     if (fs.existsSync(file)) return file;
     throw new Error(
         `brivonjs cannot be scripted here: there is no ${file}, so the module does not sit on the stand-ins`,
     );
 }
 
-module.exports = { modulePath, standinsPath };
+// ---- What cannot be loaded
+
+// What is to be said of a file that the system has refused to load.
+function loadError(file, cause) {
+    const message = `brivonjs cannot load ${file}: ${cause.message}`;
+    const isPrebuilt = file.startsWith(path.join(root, 'prebuilds', path.sep));
+    if (isPrebuilt && process.platform === 'linux' && glibcVersion() === undefined)
+        return platformError(message, { cause });
+    return Object.assign(new Error(message, { cause }), { code: cause.code });
+}
+
+function platformError(message, options) {
+    const known = [...new Set(folders.flatMap(platformsIn))];
+    const here = process.platform === 'linux' ? `${platform} with ${libc()}` : platform;
+    const hint =
+        known.length > 0
+            ? `There are modules for ${known.join(' and ')}; this is ${here}`
+            : 'There are none for other platforms either: is this a bundle that brivonjs should have been left out of?';
+    return Object.assign(new Error(`${message}. ${hint}`, options), { code: 'ERR_BRIVONJS_PLATFORM' });
+}
+
+// The platforms for which there is a module. All of those for Linux are linked to glibc.
+function platformsIn(folder) {
+    if (!fs.existsSync(folder)) return [];
+    return fs
+        .readdirSync(folder)
+        .filter((name) => /^\w+-\w+$/.test(name) && fs.existsSync(moduleIn(folder, name)))
+        .map((name) => (name.startsWith('linux-') ? `${name} with glibc` : name));
+}
+
+function libc() {
+    const version = glibcVersion();
+    return version === undefined ? 'musl' : `glibc ${version}`;
+}
+
+// undefined where the C library of this process is another one. Slow.
+function glibcVersion() {
+    const { report } = process;
+    const { excludeNetwork } = report;
+    report.excludeNetwork = true; // which would be asked for the names of all peers
+    try {
+        return report.getReport().header.glibcVersionRuntime;
+    } finally {
+        report.excludeNetwork = excludeNetwork;
+    }
+}
+
+module.exports = { loadError, modulePath, standinsFile, standinsPath };

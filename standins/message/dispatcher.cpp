@@ -444,6 +444,9 @@ void Dispatcher::perform(const std::string& command, const Value& argument) {
         const EndPointFields self = toEndPointFields(argument);
         const std::lock_guard lock(mutex_);
         scriptedSelf_ = self;
+    } else if (command == "checkBus") {
+        if (!script_.isOn())
+            BusFolder::open();
     } else if (command == "reset") {
         script_.reset();
         const std::lock_guard lock(mutex_);

@@ -5,11 +5,12 @@
 const assert = require('node:assert/strict');
 const { spawn } = require('node:child_process');
 const { once } = require('node:events');
+const fs = require('node:fs');
 const path = require('node:path');
 const { test } = require('node:test');
 
 const { version } = require('../../package.json');
-const { Child, Endpoint, newBus, root, runScript, temporaryFile } = require('../support/support');
+const { busFolder, Child, Endpoint, newBus, root, runScript, temporaryFile } = require('../support/support');
 
 const isWindows = process.platform === 'win32';
 const cli = path.join(root, 'lib', 'cli.js');
@@ -72,6 +73,20 @@ test('endpoints prints the others as JSON lines and ends', async (t) => {
         const { code, stdout, stderr } = await start(t, ['endpoints', ...args], { BRIVON_BUS }).exited;
         assert.deepEqual([code, stderr], [0, '']);
         assert.deepEqual(stdout.split('\n').sort().slice(1).map(JSON.parse), expected);
+    }
+});
+
+test('a bus that cannot be joined gets a message', async (t) => {
+    const bus = newBus();
+    fs.mkdirSync(path.dirname(busFolder(bus)), { recursive: true, mode: 0o700 });
+    fs.writeFileSync(busFolder(bus), '');
+    for (const [command, BRIVON_BUS, complaint] of [
+        ['monitor', '../x', /^brivonjs: BRIVON_BUS must be 1 to 32 letters.*\n$/],
+        ['endpoints', bus, /^brivonjs: .*bus folder .*\n$/],
+    ]) {
+        const { code, stderr } = await start(t, [command], { BRIVON_BUS }).exited;
+        assert.equal(code, 1);
+        assert.match(stderr, complaint);
     }
 });
 
