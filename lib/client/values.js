@@ -1,0 +1,88 @@
+'use strict';
+
+// What crosses the client's face and the bus: checks of what a program passes, and texts made of values and back.
+
+const { TYPE_PREFIX } = require('../constants');
+
+// The stand-in takes messages of 32 MiB, types and names included.
+const PAYLOAD_LIMIT = (32 << 20) - (64 << 10);
+
+function coded(code, message, options) {
+    return Object.assign(new Error(message, options), { code });
+}
+
+function invalid(message) {
+    return Object.assign(new TypeError(message), { code: 'ERR_INVALID_ARG_VALUE' });
+}
+
+// An object of options, of which there are no others than these.
+function checked(options, names, what = 'options') {
+    if (typeof options !== 'object' || options === null) throw invalid(`${what} must be an object`);
+    const unknown = Object.keys(options).find((name) => !names.includes(name));
+    if (unknown !== undefined) throw invalid(`${what} has no '${unknown}', but ${names.join(', ')}`);
+    return options;
+}
+
+// A text that a library can take, which ends at a NUL there.
+function text(what, value) {
+    if (typeof value !== 'string') throw invalid(`${what} must be a string`);
+    if (value.includes('\0')) throw invalid(`${what} must not hold a NUL character`);
+    return value;
+}
+
+function nonEmpty(what, value) {
+    if (text(what, value) === '') throw invalid(`${what} must not be empty`);
+    return value;
+}
+
+function signalOf({ signal }) {
+    if (signal !== undefined && !(signal instanceof AbortSignal)) throw invalid('signal must be an AbortSignal');
+    return signal;
+}
+
+// A text as it is, and an object or an array as JSON.
+function toText(payload) {
+    const isText = typeof payload === 'string';
+    if (!isText && (typeof payload !== 'object' || payload === null))
+        throw invalid('a payload is a string, an object or an array');
+    const result = text('the payload', isText ? payload : JSON.stringify(payload));
+    const size = Buffer.byteLength(result);
+    if (size > PAYLOAD_LIMIT)
+        throw coded('ERR_BRIVONJS_TOO_LARGE', `a payload has ${PAYLOAD_LIMIT} bytes at the most, and this one ${size}`);
+    return result;
+}
+
+// An object or an array where the text is JSON of one, else the text.
+function fromText(received) {
+    if (!/^\s*[[{]/.test(received)) return received;
+    try {
+        return JSON.parse(received);
+    } catch {
+        return received;
+    }
+}
+
+const withoutPrefix = (type) => (type.startsWith(TYPE_PREFIX) ? type.slice(TYPE_PREFIX.length) : type);
+
+// The parts of {appId,appVersion,id}, in which nothing is quoted; undefined for any other text. An id has no comma; with
+// more than two of them in the text it is open where the application id ends, and the version gets what follows.
+function toEndpoint(endpointText) {
+    const [, appId, appVersion, id] = endpointText.match(/^\{(.*?),(.*),([^,]*)\}$/s) ?? [];
+    return id === undefined ? undefined : { appId, appVersion, id };
+}
+
+const fromEndpoint = ({ appId, appVersion, id }) => `{${appId},${appVersion},${id}}`;
+
+module.exports = {
+    checked,
+    coded,
+    fromEndpoint,
+    fromText,
+    invalid,
+    nonEmpty,
+    signalOf,
+    text,
+    toEndpoint,
+    toText,
+    withoutPrefix,
+};
