@@ -109,6 +109,8 @@ export interface ControlScript extends Script {
 export const messaging: MessagingScript;
 export const control: ControlScript;
 /** With what the type of every application message begins. */
+export const TYPE_PREFIX: 'brivon.SuiteMessage.';
+/** The same, by its earlier name. */
 export const SUITE_TYPE_PREFIX: 'brivon.SuiteMessage.';
 /** The type of error messages. */
 export const ERROR_TYPE: 'brivon.ErrorMessage';

@@ -4,6 +4,7 @@
 // is possible only before its first adapter: from then on the libraries touch no real bus, record every call made of
 // them and answer as they are told.
 
+const { ERROR_TYPE, TYPE_PREFIX } = require('./constants');
 const { load } = require('./load');
 const { standinsPath } = require('./locate');
 
@@ -66,13 +67,10 @@ class ControlScript extends Script {
     }
 }
 
-// The types that the stand-in gives to messages.
-const SUITE_TYPE_PREFIX = 'brivon.SuiteMessage.';
-const ERROR_TYPE = 'brivon.ErrorMessage';
-
 module.exports = {
     messaging: new MessagingScript(addon.message),
     control: new ControlScript(addon.control),
-    SUITE_TYPE_PREFIX,
+    SUITE_TYPE_PREFIX: TYPE_PREFIX,
+    TYPE_PREFIX,
     ERROR_TYPE,
 };

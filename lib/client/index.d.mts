@@ -1,0 +1,3 @@
+import * as client from './index.js';
+export * from './index.js';
+export default client;
