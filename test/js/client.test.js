@@ -1,0 +1,273 @@
+'use strict';
+
+// The client, on the scripted libraries; and a storm of questions, on the bus.
+
+const assert = require('node:assert/strict');
+const { once } = require('node:events');
+const { afterEach, test } = require('node:test');
+
+const { control, messaging } = require('brivonjs/standins');
+const { applications, connect, ERROR_TYPE, launch, TYPE_PREFIX } = require('brivonjs/client');
+const { Endpoint, newBus, runScript, until } = require('../support/support');
+
+const configuration = { appId: 'notes', appVersion: '2.1', defaultAppId: 'calendar' };
+const client = connect(configuration);
+const calendar = { id: '7', appId: 'calendar', appVersion: '3.0' };
+const odd = { id: '8', appId: 'mail', appVersion: '1,0' };
+messaging.setEndpoints([calendar, { ...calendar, id: '9', appVersion: '4.0' }, odd]);
+
+afterEach(
+    () => (client.removeAllListeners('message'), client.removeAllListeners('unreachable'), messaging.takeCalls()),
+);
+
+// What has been sent: { type, payload, ids of the destinations }.
+const sent = () =>
+    messaging
+        .takeCalls()
+        .filter(({ operation }) => operation === 'Send')
+        .map(({ arguments: [{ type, payload, destinations }] }) => ({
+            type: type.slice(TYPE_PREFIX.length),
+            payload,
+            ids: destinations.map(({ id }) => id).join(' '),
+        }));
+const hear = (type, payload, source = calendar) =>
+    messaging.deliver({ ...source, source, type: TYPE_PREFIX + type, payload });
+const fail = (fault) => messaging.deliver({ type: ERROR_TYPE, error: 'Destination unreachable', fault });
+
+test('messages go to whom they are meant for, as text or JSON, and to nobody by accident', () => {
+    for (const [to, ids, ifUnknown] of [
+        [undefined, '7 9'],
+        ['calendar', '7 9'],
+        [{ appId: 'calendar', appVersion: '4.0' }, '9'],
+        [{ appVersion: '3.0' }, '7'],
+        [{ appId: 'x', appVersion: '1', id: '2' }, '2'],
+        [odd, '8'],
+        ['x', '', 'everyone'],
+        [{ appId: 'calendar', appVersion: '5' }, '', 'everyone'],
+    ]) {
+        client.send('t', { a: 1 }, { to, ifUnknown });
+        assert.deepEqual(sent(), [{ type: 't', payload: '{"a":1}', ids }]);
+    }
+    client.broadcast('t', 'text');
+    assert.deepEqual(sent(), [{ type: 't', payload: 'text', ids: '' }]);
+
+    const unknown = 'ERR_BRIVONJS_UNKNOWN_TARGET';
+    const invalid = 'ERR_INVALID_ARG_VALUE';
+    for (const [code, call] of [
+        [unknown, () => client.send('t', '', { to: 'x' })],
+        [unknown, () => client.send('t', '', { to: 'mail' })],
+        [unknown, () => client.send('t', '', { to: { appId: 'calendar', appVersion: '5' } })],
+        [invalid, () => client.send('t', '', { to: { appId: 'x', id: '2' } })],
+        [invalid, () => client.send('t', '', { ifUnknown: 'drop' })],
+        [invalid, () => client.send('t', '', { too: 'x' })],
+        [invalid, () => client.send('', '')],
+        [invalid, () => client.send('t', 5)],
+        [invalid, () => client.send('t\0', '')],
+        [invalid, () => client.send('t', 'a\0b')],
+        [invalid, () => client.handle('t')],
+        [invalid, () => client.messages({ limit: 0 })],
+        [invalid, () => connect({ appId: '', appVersion: '' })],
+        ['ERR_BRIVONJS_TOO_LARGE', () => client.broadcast('t', 'x'.repeat(32 << 20))],
+        ['ERR_BRIVONJS_CONNECTED', () => connect({ ...configuration, appVersion: '3' })],
+    ])
+        assert.throws(call, { code }, `${call}`);
+    assert.deepEqual(sent(), []);
+});
+
+test('what arrives is told with its parts, and what a listener throws is an error event', async () => {
+    const heard = [];
+    client.on('message', (message) => heard.push(message));
+    hear('t', '[1]');
+    hear('t', 'not {json}');
+    await until(() => heard.length === 2);
+    const rest = { type: 't', fullType: `${TYPE_PREFIX}t`, source: calendar };
+    assert.deepEqual(heard, [
+        { ...rest, payload: [1], text: '[1]' },
+        { ...rest, payload: 'not {json}', text: 'not {json}' },
+    ]);
+    fail('{calendar,3.0,7}');
+    const [{ endpoint, error }] = await once(client, 'unreachable');
+    assert.deepEqual([endpoint, error], [calendar, 'Destination unreachable']);
+    for (const listener of [() => assert.fail('at once'), async () => assert.fail('later')]) {
+        client.once('message', listener);
+        const failed = once(client, 'error');
+        hear('t', '');
+        assert.match((await failed)[0].message, /at once|later/);
+    }
+});
+
+test('a loop over messages reads those of a type, and ends when too many wait, or when it is told to', async () => {
+    const controller = new AbortController();
+    const [few, ended] = [
+        client.messages({ type: 'wanted', limit: 2 }),
+        client.messages({ signal: controller.signal }),
+    ];
+    let count = 0;
+    client.on('message', () => ++count);
+    for (const type of ['wanted', 'other', 'wanted', 'wanted']) hear(type, '');
+    await until(() => count === 4);
+    const read = [];
+    const reading = (async () => {
+        for await (const { type } of few) read.push(type);
+    })();
+    await assert.rejects(reading, { code: 'ERR_BRIVONJS_OVERFLOW' });
+    assert.deepEqual(read, ['wanted', 'wanted']);
+    assert.equal((await ended.next()).value.type, 'wanted');
+    controller.abort(new Error('enough'));
+    for (let i = 0; i < 3; ++i) await ended.next();
+    await assert.rejects(ended.next(), /enough/);
+});
+
+test('questions of others are answered, with errors that cross, and taken back', async () => {
+    let aborted;
+    const unhandle = client.handle('add', async ({ a, b }, { source, signal }) => {
+        if (a === undefined) throw Object.assign(new RangeError('no a'), { code: 'E' });
+        if (b === undefined) aborted = once(signal, 'abort').then(() => source);
+        return aborted ?? a + b;
+    });
+    assert.throws(() => client.handle('add', () => {}), { code: 'ERR_BRIVONJS_HANDLED' });
+    const ask = (name, id, body) => hear(`request:${name}`, JSON.stringify({ id, body }));
+    ask('add', '1', { a: 1, b: 2 });
+    ask('add', '2', {});
+    ask('sub', '3');
+    ask('add', '4', { a: 1 });
+    hear('request:add', 'no envelope');
+    let answers = [];
+    await until(() => (answers = answers.concat(sent())).length === 3);
+    assert.ok(answers.every(({ ids }) => ids === '7'));
+    assert.deepEqual(
+        answers.map(({ type, payload }) => [type, JSON.parse(payload)]),
+        [
+            ['answer:add', { id: '1', body: 3 }],
+            ['answer:add', { id: '2', error: { name: 'RangeError', message: 'no a', code: 'E' } }],
+            [
+                'answer:sub',
+                { id: '3', error: { name: 'Error', message: "nobody answers 'sub'", code: 'ERR_BRIVONJS_NO_HANDLER' } },
+            ],
+        ],
+    );
+    hear('cancel:add', '{"id":"4"}');
+    assert.deepEqual(await aborted, calendar);
+    assert.deepEqual(sent(), []);
+    assert.equal(unhandle(), true);
+});
+
+test('a question ends with whatever is first, and leaves nothing behind', async () => {
+    const reply = (rest) => {
+        const [{ type, payload }] = sent();
+        hear(type.replace('request', 'answer'), JSON.stringify({ id: JSON.parse(payload).id, ...rest }));
+    };
+    const ask = (options) => client.request('q', { x: 1 }, { to: { ...calendar }, ...options });
+    const { signal } = Object.assign(new AbortController());
+    const answered = ask({ signal });
+    reply({ body: 3 });
+    assert.equal(await answered, 3);
+    const failed = ask();
+    reply({ error: { name: 'RangeError', message: 'no', code: 'E' } });
+    await assert.rejects(failed, ({ code, cause }) => code === 'ERR_BRIVONJS_ANSWER' && cause.code === 'E');
+    const lost = ask({ timeout: Infinity });
+    fail('{calendar,3.0,7}');
+    await assert.rejects(lost, { code: 'ERR_BRIVONJS_UNREACHABLE' });
+    sent();
+    await assert.rejects(ask({ timeout: 1 }), { code: 'ERR_BRIVONJS_TIMEOUT' });
+    assert.deepEqual(
+        sent().map(({ type }) => type),
+        ['request:q', 'cancel:q'],
+    );
+    const controller = new AbortController();
+    const aborted = ask({ signal: controller.signal });
+    controller.abort();
+    await assert.rejects(aborted, { name: 'AbortError' });
+    await assert.rejects(client.request('q', {}, { to: 'x' }), { code: 'ERR_BRIVONJS_UNKNOWN_TARGET' });
+    assert.deepEqual(
+        process.getActiveResourcesInfo().filter((name) => name === 'Timeout'),
+        [],
+    );
+});
+
+test('applications and launches', async () => {
+    control.answer('GetSpecifiers', ['a']);
+    control.answer('IsAppRunning', true);
+    control.answer('GetProcessId', 5);
+    const [application] = applications({ folder: '/apps' });
+    assert.deepEqual(application, { specifier: 'a', path: '', version: null, isRunning: true, processId: 5 });
+    control.answer('LaunchApp', true);
+    await launch('a', { focus: false, args: '--week' });
+    const { arguments: launched } = control.takeCalls().find(({ operation }) => operation === 'LaunchApp');
+    assert.deepEqual(launched, ['a', false, '--week']);
+    control.answer('LaunchApp', { throws: 'the disk is full' });
+    await assert.rejects(
+        launch('a'),
+        ({ code, cause }) => /LAUNCHED/.test(code) && cause.message === 'the disk is full',
+    );
+    await assert.rejects(launch('a', { signal: AbortSignal.abort() }), { name: 'AbortError' });
+});
+
+test('a closed client is closed for those who share it last, refuses what needs it open, and opens again', async () => {
+    assert.equal(connect(configuration), client);
+    client.close();
+    client.broadcast('t', '');
+    const pending = [client.request('q', {}, {}), client.messages().next()];
+    client.close();
+    await assert.rejects(pending[0], { code: 'ERR_BRIVONJS_CLOSED' });
+    assert.deepEqual(await pending[1], { value: undefined, done: true });
+    for (const call of [() => client.broadcast('t', ''), () => client.handle('t', () => {})])
+        assert.throws(call, { code: 'ERR_BRIVONJS_CLOSED' });
+    connect(configuration);
+    const heard = once(client, 'message');
+    hear('again', '');
+    assert.equal((await heard)[0].type, 'again');
+});
+
+test('a client that only sends lets its process end', async () => {
+    const { code, stderr } = await runScript(
+        `require(root + '/lib/client').connect({ appId: 'a', appVersion: '1' }).broadcast('t', '');`,
+        { env: { BRIVON_BUS: newBus() } },
+    );
+    assert.deepEqual([code, stderr], [0, '']);
+});
+
+// Some are answered, some fail, time out or are aborted, and those who answer are killed meanwhile.
+test('ten thousand questions, in a storm of kills, leave nothing behind', async (t) => {
+    const bus = newBus();
+    const asker = await Endpoint.join(t, bus, 'asker', '1');
+    const answering = `const { connect } = require(${JSON.stringify(require.resolve('brivonjs/client'))});
+        connect({ appId: 'answerer', appVersion: '1' }).handle('half', (n) => {
+            if (n % 7 === 0) throw new Error('seven');
+            return n % 5 === 0 ? new Promise(() => {}) : n / 2;
+        }); 0`;
+    const join = async () => {
+        const answerer = await Endpoint.join(t, bus, 'answerer', '1');
+        await answerer.run(answering);
+        return answerer;
+    };
+    let answerers = await Promise.all([join(), join()]);
+    await asker.sees(...answerers);
+    await asker.run(`const { connect } = require(${JSON.stringify(require.resolve('brivonjs/client'))});
+        globalThis.ends = {};
+        globalThis.client = connect({ appId: 'asker', appVersion: '1' });
+        globalThis.ask = async (n) => {
+            const signal = n % 11 === 0 ? AbortSignal.timeout(5) : undefined;
+            const end = await client.request('half', n, { to: 'answerer', timeout: 50, signal }).then(
+                (half) => (half === n / 2 ? 'answered' : 'wrong'), (error) => error.code ?? error.name);
+            ends[end] = (ends[end] ?? 0) + 1;
+        };
+        globalThis.storm = async () => {
+            for (let n = 1; n <= 10_000; n += 100)
+                await Promise.all(Array.from({ length: 100 }, (_, i) => ask(n + i)));
+            return { ends, timers: process.getActiveResourcesInfo().filter((name) => name === 'Timeout').length };
+        }; 0`);
+    let result;
+    const storm = asker.run('storm()').then((value) => (result = value));
+    while (result === undefined) {
+        const [victim] = answerers.splice(0, 1);
+        await victim.end();
+        answerers.push(await join());
+    }
+    await storm;
+    const { wrong = 0, answered, ...others } = result.ends;
+    assert.equal(wrong, 0);
+    assert.ok(answered > 0, JSON.stringify(result));
+    assert.equal(Object.values(others).reduce((a, b) => a + b) + answered, 10_000);
+    assert.equal(result.timers, 0);
+});
