@@ -4,10 +4,9 @@
 // is possible only before its first adapter: from then on the libraries touch no real bus, record every call made of
 // them and answer as they are told.
 
-const { load } = require('./load');
-const { standinsPath } = require('./locate');
+const { loadStandins } = require('./libraries');
 
-const addon = load(standinsPath());
+const addon = loadStandins();
 
 // What every stand-in's script can do.
 class Script {
