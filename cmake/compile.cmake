@@ -57,6 +57,10 @@ function(brivon_addon name)
     add_library(${name} MODULE ${ARGN})
     set_target_properties(${name} PROPERTIES PREFIX "" SUFFIX ".node")
     target_link_libraries(${name} PRIVATE compile-options)
+    if(NOT WIN32)
+        # A library that lacks a name is refused when the module is loaded, as Windows does.
+        target_link_options(${name} PRIVATE -Wl,-z,now)
+    endif()
 endfunction()
 
 # Nothing but the symbols that the map names is exported, templates of the standard library included. Windows exports

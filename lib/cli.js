@@ -1,22 +1,25 @@
 #!/usr/bin/env node
 'use strict';
 
-// The tools of this package: who is on the bus, and what is said to a program there. Each is a program on the bus itself
-// and prints records: as columns on a terminal, as one line of JSON each to anything else.
+// The tools of this package: who is on the bus, what is said to a program there, and what is wrong on this machine. The
+// first two are programs on the bus themselves. All print records: as columns on a terminal, as one line of JSON each to
+// anything else.
 
-const fs = require('node:fs');
 const os = require('node:os');
 const { parseArgs } = require('node:util');
 
+const { examine } = require('./doctor');
+const { libraries } = require('./libraries');
 const { load } = require('./load');
-const { standinsFile } = require('./locate');
 const { version } = require('../package.json');
 
 const HELP = `Usage: brivonjs endpoints [--follow] [OPTION...]
        brivonjs monitor [OPTION...]
+       brivonjs doctor [OPTION...]
 
   endpoints         prints the other programs on the bus
   monitor           joins the bus and prints the messages and errors that reach it, until Ctrl-C
+  doctor            prints what programs on this machine run on, and what is wrong with it, line by line
 
   -f, --follow      with endpoints: goes on and prints who joins and who leaves, until Ctrl-C
   --json            prints JSON lines on a terminal, too
@@ -30,8 +33,9 @@ const HELP = `Usage: brivonjs endpoints [--follow] [OPTION...]
 A terminal gets columns, one line for each message: control characters escaped, ids shortened, types without the bus's
 prefix, and as much of the payload as fits. A file or a pipe gets JSON lines, which hold everything.
 
-Exit codes: 0 for success, also when the reader of a pipe has gone; 1 for a failure; 2 for a usage that is not this one.
-Ctrl-C takes the tool off the bus and ends it with 130; other signals that end it, with 128 and their number.
+Exit codes: 0 for success, also when the reader of a pipe has gone; 1 for a failure, and where the doctor has found one;
+2 for a usage that is not this one. Ctrl-C takes the tool off the bus and ends it with 130; other signals that end it,
+with 128 and their number.
 `;
 
 const OPTIONS = {
@@ -44,7 +48,7 @@ const OPTIONS = {
     version: { type: 'boolean' },
 };
 
-const COMMANDS = { endpoints, monitor };
+const COMMANDS = { endpoints, monitor, doctor };
 const POLL_MS = 200;
 const SUITE_TYPE_PREFIX = 'brivon.SuiteMessage.';
 
@@ -89,8 +93,9 @@ function parse() {
 function run(command, options) {
     try {
         if (options.bus !== undefined) process.env.BRIVON_BUS = options.bus;
-        checkBus();
+        if (command === 'doctor') return doctor(options);
         const { BrivonAdapter } = require('./index');
+        checkBus();
         adapter = new BrivonAdapter(options['app-id'] ?? `brivonjs-${command}`, options['app-version'] ?? version);
     } catch (error) {
         process.stderr.write(`brivonjs: ${error.message}\n`);
@@ -105,8 +110,8 @@ function run(command, options) {
 
 // Throws where the stand-ins cannot open the folder of their bus: an adapter would end the process with an assertion.
 function checkBus() {
-    const standins = standinsFile();
-    if (fs.existsSync(standins)) load(standins).message.perform('checkBus');
+    const { addon } = libraries();
+    if (addon !== undefined) load(addon).message.perform('checkBus');
 }
 
 // ---- The commands
@@ -125,6 +130,12 @@ const MESSAGE_COLUMNS = [
     ['ID', ({ sourceId = '' }) => sourceId, 9],
     ['TYPE', ({ type }) => (type.startsWith(SUITE_TYPE_PREFIX) ? type.slice(SUITE_TYPE_PREFIX.length) : type), 24],
     ['PAYLOAD', ({ payload, error, fault }) => payload ?? `${error}: ${fault}`],
+];
+
+const DOCTOR_COLUMNS = [
+    ['SUBJECT', ({ subject }) => subject.padEnd('libBrivonMessage5.so'.length)],
+    ['STATE', ({ ok }) => (ok ? 'ok' : 'wrong')],
+    ['DETAIL', ({ detail }) => detail],
 ];
 
 function endpoints(options) {
@@ -153,6 +164,15 @@ function monitor(options) {
     );
     adapter.addErrorListener((type, error, fault) => print([{ time: new Date(), event: 'error', type, error, fault }]));
     process.stderr.write(`brivonjs: listening as ${adapter.getSelfEndpoint()}\n`);
+}
+
+// Prints line by line, because a library may end the process while it is loaded.
+function doctor(options) {
+    const print = printer(DOCTOR_COLUMNS, options);
+    for (const record of examine()) {
+        print([record]);
+        if (!record.ok) process.exitCode = 1;
+    }
 }
 
 // The parts of {appId,appVersion,id}, in which nothing is quoted. An id has no comma; with more than two of them in the

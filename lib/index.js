@@ -2,7 +2,6 @@
 
 // The exports of this package are the native module's own exports object.
 
-const { load } = require('./load');
-const { modulePath } = require('./locate');
+const { loadModule } = require('./libraries');
 
-module.exports = load(modulePath());
+module.exports = loadModule();

@@ -29,4 +29,4 @@ function isForgotten(error) {
     return error.message.startsWith('Module did not self-register');
 }
 
-module.exports = { load };
+module.exports = { isForgotten, load };

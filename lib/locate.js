@@ -27,17 +27,12 @@ function modulePath() {
     );
 }
 
-// The addon that scripts the stand-ins lies beside the module and the stand-ins themselves, and nowhere else.
-function standinsFile() {
-    return path.join(path.dirname(modulePath()), 'standins.node');
-}
-
-function standinsPath() {
-    const file = standinsFile();
-    if (fs.existsSync(file)) return file;
-    throw new Error(
-        `brivonjs cannot be scripted here: there is no ${file}, so the module does not sit on the stand-ins`,
-    );
+// The folder of the stand-ins and of the addon that scripts them: the module's, or one in it, so that Windows, which looks
+// beside the module first, can find others.
+function standinsFolder() {
+    const beside = path.dirname(modulePath());
+    const within = path.join(beside, 'standins');
+    return fs.existsSync(within) ? within : beside;
 }
 
 // ---- What cannot be loaded
@@ -77,14 +72,18 @@ function libc() {
 
 // undefined where the C library of this process is another one. Slow.
 function glibcVersion() {
-    const { report } = process;
-    const { excludeNetwork } = report;
-    report.excludeNetwork = true; // which would be asked for the names of all peers
+    return report().header.glibcVersionRuntime;
+}
+
+// What the runtime knows of this process. Slow.
+function report() {
+    const { excludeNetwork } = process.report;
+    process.report.excludeNetwork = true; // which would be asked for the names of all peers
     try {
-        return report.getReport().header.glibcVersionRuntime;
+        return process.report.getReport();
     } finally {
-        report.excludeNetwork = excludeNetwork;
+        process.report.excludeNetwork = excludeNetwork;
     }
 }
 
-module.exports = { loadError, modulePath, standinsFile, standinsPath };
+module.exports = { loadError, modulePath, platform, report, standinsFolder };

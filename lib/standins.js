@@ -5,10 +5,9 @@
 // them and answer as they are told.
 
 const { ERROR_TYPE, TYPE_PREFIX } = require('./constants');
-const { load } = require('./load');
-const { standinsPath } = require('./locate');
+const { loadStandins } = require('./libraries');
 
-const addon = load(standinsPath());
+const addon = loadStandins();
 
 // What every stand-in's script can do.
 class Script {

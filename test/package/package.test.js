@@ -25,8 +25,9 @@ function assertSucceeds(program, ...args) {
 
 test('the tarball holds what a developer needs, for both platforms, and nothing else', () => {
     const all = (name) => fs.readdirSync(path.join(root, name)).map((file) => `${name}/${file}`);
-    const linux = ['BrivonJS.node', 'libBrivonControl.so', 'libBrivonMessage5.so', 'standins.node'];
-    const windows = ['BrivonJS.node', 'BrivonControl.dll', 'BrivonMessage5.dll', 'standins.node'];
+    const linux = ['BrivonJS.node', 'imports.json', 'libBrivonControl.so', 'libBrivonMessage5.so', 'standins.node'];
+    const standins = ['BrivonControl.dll', 'BrivonMessage5.dll', 'standins.node'].map((name) => `standins/${name}`);
+    const windows = ['BrivonJS.node', 'imports.json', ...standins];
     const expected = [
         ...[
             'CHANGELOG.md',
@@ -57,7 +58,7 @@ test('the installed package works, program and both module systems', () => {
     const program = path.join(__dirname, 'program.test.js');
     assert.match(assertSucceeds(process.execPath, '--test-force-exit', program), /^# pass 2$/m);
     const help = assertSucceeds(path.join(installed, 'node_modules', '.bin', 'brivonjs'), '--help');
-    assert.match(help, /endpoints[\s\S]*monitor/);
+    assert.match(help, /endpoints[\s\S]*monitor[\s\S]*doctor/);
 });
 
 // For the oldest compiler that knows this package's form and for the newest.

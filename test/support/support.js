@@ -9,6 +9,7 @@ const path = require('node:path');
 const v8 = require('node:v8');
 const vm = require('node:vm');
 
+const { busFolder } = require('../../lib/doctor');
 const { modulePath } = require('../../lib/locate');
 
 const root = path.join(__dirname, '..', '..');
@@ -41,12 +42,6 @@ async function collectUntil(condition) {
     const collect = vm.runInNewContext('gc');
     await until(() => (collect(), condition()));
 }
-
-// The folder in which the endpoints of a bus meet.
-const busFolder = (bus) =>
-    process.platform === 'win32'
-        ? path.join(process.env.LOCALAPPDATA, 'brivon-bus', bus)
-        : path.join('/tmp', `brivon-${process.geteuid()}`, bus);
 
 const buses = [];
 process.on('exit', () => buses.forEach((bus) => fs.rmSync(busFolder(bus), { recursive: true, force: true })));
