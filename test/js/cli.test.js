@@ -5,14 +5,25 @@
 const assert = require('node:assert/strict');
 const { spawn } = require('node:child_process');
 const { once } = require('node:events');
+const fs = require('node:fs');
 const path = require('node:path');
 const { test } = require('node:test');
 
 const { version } = require('../../package.json');
-const { Child, Endpoint, newBus, root, runScript, temporaryFile } = require('../support/support');
+const {
+    buildDirectory,
+    Child,
+    Endpoint,
+    newBus,
+    root,
+    runScript,
+    temporaryFile,
+    temporaryFolder,
+    until,
+} = require('../support/support');
 
 const isWindows = process.platform === 'win32';
-const cli = path.join(root, 'lib', 'cli.js');
+const cli = path.join(root, 'lib', 'cli', 'index.js');
 
 function start(t, args, env) {
     const child = new Child(cli, { args: args.split(' ').filter(Boolean), env });
@@ -33,7 +44,10 @@ test('help and version need no module, and what cannot be done is refused with i
         ['', 2, '', /which command/],
         ['toString', 2, '', /no command 'toString'/],
         ['endpoints more', 2, '', /'more' is one argument too many/],
-        ['monitor --follow', 2, '', /--follow goes with endpoints/],
+        ['monitor --follow', 2, '', /--follow/],
+        ['monitor --count 0', 2, '', /--count takes a positive number/],
+        ['request q {', 2, '', /--to says who is asked/],
+        ['request q {} --to a,1,2,3', 2, '', /'a,1,2,3' is no APP/],
         ['monitor --bus ../x', 2, '', /'\.\.\/x' is no name of a bus/],
         ['endpoints', 1, '', /^brivonjs: Cannot find module/],
         ['monitor', 1, '', /^brivonjs: BRIVON_BUS must be 1 to 32 letters/, ''],
@@ -41,7 +55,7 @@ test('help and version need no module, and what cannot be done is refused with i
         const ended = await start(t, args, { ...env, ...(BRIVONJS_MODULE === '' && { BRIVONJS_MODULE }) }).exited;
         assert.deepEqual([ended.code, ended.stdout], [code, stdout], args);
         assert.match(ended.stderr, complaint);
-        assert.equal(ended.stderr.endsWith(help), code === 2);
+        assert.equal(ended.stderr.endsWith('; see brivonjs --help\n'), code === 2, args);
     }
 });
 
@@ -83,7 +97,7 @@ async function scriptedLines(args, count, before, then) {
             if (missing === 0) process.emit('SIGINT');
         };
         ${before}
-        require(root + '/lib/cli');
+        require(root + '/lib/cli/index.js');
         ${then}`,
         { args },
     );
@@ -103,6 +117,66 @@ test('monitor prints messages and errors whole', async () => {
         { event: 'message', type: 'brivon.SuiteMessage.ping', payload, sourceId, ...sender },
         { event: 'error', ...error },
     ]);
+});
+
+test('a monitor hears what its patterns match, and ends after so many, or in time', async () => {
+    const other = { ...source, source, payload: '', type: 'brivon.SuiteMessage.pong' };
+    const then =
+        deliver(other) + ping('1') + deliver({ ...other, type: 'brivon.SuiteMessage.ping', appId: 'x' }) + ping('2');
+    const args = ['monitor', '--type', 'p*ng', '--app', 'not?s'.replace('?', '*'), '--count', '3'];
+    const script = `const { messaging } = require(root + '/lib/standins');
+        require(root + '/lib/cli/index.js');
+        ${then}`;
+    const { code, stdout } = await runScript(script, { args });
+    const heard = stdout.trim().split('\n').map(JSON.parse);
+    assert.deepEqual([code, ...heard.map(({ payload }) => payload)], [0, '', '1', '2']);
+    const late = await runScript(`require(root + '/lib/standins'); require(root + '/lib/cli/index.js');`, {
+        args: ['monitor', '--count', '1', '--timeout', '0.01'],
+    });
+    assert.equal(late.code, 4);
+});
+
+test('send and request reach programs on the bus, and say when they do not', async (t) => {
+    const a = await Endpoint.join(t, newBus(), 'A', '1');
+    await a.run(`const { connect } = require(${JSON.stringify(path.join(root, 'lib', 'client'))});
+        globalThis.client = connect({ appId: 'A', appVersion: '1' });
+        client.handle('half', ({ n }) => { if (n % 2) throw new Error('odd'); return { half: n / 2 }; });
+        client.on('message', ({ type, payload }) => tell({ type, payload })); 0`);
+    for (const [args, code, stdout, complaint = /^$/] of [
+        [`send hello {"x":1} --to A`, 0, ''],
+        [`send hello all`, 0, ''],
+        [`send hello x --to B`, 3, '', /nobody/],
+        [`request half {"n":4} --to ${a.self}`, 0, '{"half":2}\n'],
+        [`request half {"n":3} --to A,1`, 5, '', /odd/],
+        [`request half {} --to A,1,gone`, 3, '', /unreachable/],
+    ]) {
+        const ended = await start(t, args, { BRIVON_BUS: a.bus }).exited;
+        assert.deepEqual([ended.code, ended.stdout], [code, stdout], args + ended.stderr);
+        assert.match(ended.stderr, complaint);
+    }
+    assert.deepEqual((await a.told.atLeast(2)).flat(), [
+        { type: 'hello', payload: { x: 1 } },
+        { type: 'hello', payload: 'all' },
+    ]);
+});
+
+test('apps and launch', async (t) => {
+    const folder = temporaryFolder(t);
+    const name = isWindows ? 'app.exe' : 'app';
+    fs.copyFileSync(
+        path.join(buildDirectory, 'test', `launched_app${isWindows ? '.exe' : ''}`),
+        path.join(folder, name),
+    );
+    const report = path.join(folder, 'report');
+    assert.equal((await start(t, `launch ${name} ${report} --folder ${folder}`).exited).code, 0);
+    await until(() => fs.existsSync(report));
+    const { stdout } = await start(t, `apps ${folder}`).exited;
+    const processId = Number(fs.readFileSync(report, 'utf8').split('\n')[0]);
+    const expected = { specifier: name, path: path.join(folder, name), version: null, isRunning: true, processId };
+    assert.deepEqual(JSON.parse(stdout), expected);
+    fs.writeFileSync(`${report}.stop`, '');
+    const { code, stderr } = await start(t, `launch missing --folder ${folder}`).exited;
+    assert.deepEqual([code, stderr], [1, "brivonjs: 'missing' was not launched\n"]);
 });
 
 test('a terminal gets columns, one line for each message, none wider than the terminal', async () => {

@@ -9,7 +9,7 @@ const path = require('node:path');
 const v8 = require('node:v8');
 const vm = require('node:vm');
 
-const { busFolder } = require('../../lib/doctor');
+const { busFolder } = require('../../lib/cli/examine');
 const { modulePath } = require('../../lib/locate');
 
 const root = path.join(__dirname, '..', '..');

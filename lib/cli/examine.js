@@ -6,9 +6,9 @@ const fs = require('node:fs');
 const os = require('node:os');
 const path = require('node:path');
 
-const { examined, libraries, loadModule, otherLibraries } = require('./libraries');
-const { load } = require('./load');
-const { modulePath, platform } = require('./locate');
+const { examined, libraries, loadModule, otherLibraries } = require('../libraries');
+const { load } = require('../load');
+const { modulePath, platform } = require('../locate');
 
 const right = (subject, detail) => ({ subject, ok: true, detail });
 const wrong = (subject, detail) => ({ subject, ok: false, detail });
