@@ -58,7 +58,8 @@ export class BrivonAdapter {
      * @throws {TypeError} With fewer than two arguments: "Wrong number of arguments".
      * @throws {Error} For an argument that is not a string: "A string was expected".
      */
-    constructor(first: string, second: string, defaultAppId?: string);
+    constructor(first: string, second: string);
+    constructor(first: string, second: string, defaultAppId: string);
 
     /**
      * Sends a message: to one endpoint when application, version and endpoint id are all given; else to the cached
@@ -74,18 +75,26 @@ export class BrivonAdapter {
      * @param endpointId The endpoint; counts only beside an application and a version.
      * @throws {TypeError} With fewer than two arguments, or when any argument is not a string.
      */
-    sendMessage(type: string, payload: string, appId?: string, appVersion?: string, endpointId?: string): 'Sent';
+    sendMessage(type: string, payload: string): 'Sent';
+    sendMessage(type: string, payload: string, appId: string): 'Sent';
+    sendMessage(type: string, payload: string, appId: string, appVersion: string): 'Sent';
+    sendMessage(type: string, payload: string, appId: string, appVersion: string, endpointId: string): 'Sent';
 
     /**
      * Makes the listener the one that hears the messages of every adapter of the process, in place of an earlier one, and
      * has this adapter hear messages. Keeps the process alive from then on, even after {@link removeAllListeners}.
      *
+     * @param listener Called on the JavaScript thread, with `this` undefined.
      * @throws {TypeError} Without an argument: "Wrong number of arguments".
      * @throws {Error} For anything but a function: "Invalid argument".
      */
     addMessageListener(listener: MessageListener): undefined;
 
-    /** The same for errors of the bus. Messages and errors are not in order with each other. */
+    /**
+     * The same for errors of the bus. Messages and errors are not in order with each other.
+     *
+     * @param listener As that of {@link addMessageListener}.
+     */
     addErrorListener(listener: ErrorListener): undefined;
 
     /** This program's endpoint, as the dispatcher says now. */
@@ -108,10 +117,13 @@ export class BrivonAdapter {
 }
 
 /**
- * Told how a launch ended: `(undefined, launched)` when the library answered, called without `this`; `(error)` when it
- * failed. An exception that it throws is an uncaught one.
+ * Told how a launch ended: `(undefined, launched)` when the library answered, called without `this`; `(error)` alone when
+ * it failed. An exception that it throws is an uncaught one.
+ *
+ * @param error What the library has thrown, if it has.
+ * @param launched The library's answer; absent beside an error.
  */
-export type LaunchCallback = (error: Error | undefined, launched?: boolean) => unknown;
+export type LaunchCallback = (error: Error | undefined, launched: boolean) => unknown;
 
 /**
  * What is known of suite applications, and launching them. Target specifiers are the library's: the stand-in takes the
@@ -136,6 +148,7 @@ export class BrivonControlAdapter {
     /**
      * Whether the application is installed.
      *
+     * @param targetSpecifier The application, by the library's name for it; so in all that follows.
      * @throws {TypeError} Unless there is one argument, a string; so do the other queries.
      */
     isAppInstalled(targetSpecifier: string): boolean;
@@ -143,7 +156,11 @@ export class BrivonControlAdapter {
     /** Whether the application is running. */
     isAppRunning(targetSpecifier: string): boolean;
 
-    /** Whether an application of that name is running. */
+    /**
+     * Whether an application of that name is running.
+     *
+     * @param targetSpecifier A name; the stand-in takes the file name of a program in any folder.
+     */
     isAppRunningByName(targetSpecifier: string): boolean;
 
     /** The path of the application's executable; `''` when the library has none. */
@@ -164,6 +181,7 @@ export class BrivonControlAdapter {
      *
      * @param setFocus Passed to the library; the stand-in ignores it.
      * @param cmdLineArgs Arguments in one string; the stand-in splits it as the platform does.
+     * @param callback Called once, unless the process ends before.
      * @throws {TypeError} Unless there are four arguments of these types, which are tested in order.
      */
     launchApp(targetSpecifier: string, setFocus: boolean, cmdLineArgs: string, callback: LaunchCallback): undefined;
@@ -173,6 +191,7 @@ export class BrivonControlAdapter {
  * Sets the folder that the control library is configured with, for every {@link BrivonControlAdapter} constructed from
  * now on.
  *
+ * @param path The folder; `''` until it is set.
  * @throws {TypeError} Without an argument: "Wrong number of arguments".
  * @throws {Error} For an argument that is not a string: "A string was expected". The path stays as it was.
  */

@@ -22,7 +22,7 @@ adapter.close();
 const control = new brivonjs.BrivonControlAdapter();
 // @ts-expect-error
 const surely: string = control.getAppVersion('a');
-const launched: LaunchCallback = (error, isLaunched) => (error ? error.message : isLaunched === true);
+const launched: LaunchCallback = (error, isLaunched) => (error ? error.message : isLaunched);
 control.launchApp('a', true, '--flag', launched);
 
 standins.messaging.answer('Send', { throws: 'text' }, Infinity);
