@@ -1,7 +1,7 @@
 'use strict';
 
 // Programs that use the installed package, bundled: with the package left out of the bundle, and with its JavaScript in
-// the bundle and BRIVONJS_MODULE naming the module.
+// the bundle and BRIVONJS_MODULE naming the module. And the documented tests of an application, under each framework.
 
 const assert = require('node:assert/strict');
 const fs = require('node:fs');
@@ -9,7 +9,7 @@ const path = require('node:path');
 const { test } = require('node:test');
 const { promisify } = require('node:util');
 
-const { Child, root, temporaryFolder } = require('../support/support');
+const { Child, root, runScript, temporaryFolder } = require('../support/support');
 
 const installed = path.join(root, 'build', 'package', 'installed');
 const prebuilt = path.join(installed, 'node_modules/brivonjs/prebuilds', `${process.platform}-${process.arch}`);
@@ -52,3 +52,22 @@ for (const [name, bundle] of Object.entries(bundlers)) {
         }
     });
 }
+
+const testing = fs.readFileSync(path.join(root, 'docs', 'testing.md'), 'utf8');
+const bin = (name) => path.join(__dirname, 'node_modules', name);
+
+// Each runs the block of the documentation whose first line names a file of its own.
+for (const [file, runner, args] of [
+    ['notes.vitest.test.mjs', bin('vitest/vitest.mjs'), ['run', '--pool', 'forks', '--globals']],
+    ['notes.jest.test.js', bin('jest/bin/jest.js'), ['--forceExit']],
+])
+    test(file, async (t) => {
+        const folder = temporaryFolder(t, installed);
+        const [, block] = testing.match(new RegExp(`^\`\`\`\\w+\\n(// ${file}\\n[\\s\\S]*?)^\`\`\``, 'm'));
+        fs.writeFileSync(path.join(folder, file), block);
+        fs.writeFileSync(path.join(folder, 'package.json'), '{}');
+        const script = `process.chdir(${JSON.stringify(folder)}); import(${JSON.stringify(runner)});`;
+        const { code, stdout, stderr } = await runScript(script, { args, env: { BRIVONJS_MODULE: '', CI: 'true' } });
+        assert.equal(code, 0, stdout + stderr);
+        assert.match(stdout + stderr, /1 passed/);
+    });
