@@ -80,7 +80,7 @@ function parse() {
     if (!Object.hasOwn(COMMANDS, command)) throw new Error(`there is no command '${command}'`);
     if (rest.length > 0) throw new Error(`'${rest[0]}' is one argument too many`);
     if (options.follow && command !== 'endpoints') throw new Error('--follow goes with endpoints');
-    // The library would end the process.
+    // A wrong usage, and not only a bus that cannot be joined.
     if (options.bus !== undefined && !/^(?!\.)[\w.-]{1,32}$/.test(options.bus))
         throw new Error(`'${options.bus}' is no name of a bus`);
     return { command, options };
