@@ -27,7 +27,10 @@ public:
     void post(Task task);
     // Any thread. Returns when the task has run, which is at once on this thread.
     void run(const Task& task);
-    bool isCurrent() const { return std::this_thread::get_id() == thread_.get_id(); }
+    // Whether the calling thread is this one.
+    bool isCurrent() const { return current_ == this; }
+    // Whether the calling thread is any of this class.
+    static bool isAnyCurrent() { return current_ != nullptr; }
 
     // For use on this thread only.
     uv_loop_t* loop() { return &loop_; }
@@ -38,6 +41,8 @@ public:
 private:
     void runLoop();
     void runTasks();
+
+    static thread_local const LoopThread* current_;
 
     uv_loop_t loop_{};
     uv_async_t wake_{};

@@ -43,10 +43,11 @@ BusFolder BusFolder::open() {
 void BusFolder::remove(const std::string& id) const {
     std::error_code ignored;
     std::filesystem::remove(path_ / id, ignored);
+    sweep();
     std::filesystem::remove(path_, ignored); // fails while others are in it
 }
 
-std::vector<std::string> BusFolder::list() const {
+std::optional<std::vector<std::string>> BusFolder::list() const {
     std::vector<std::string> ids;
     std::error_code failure;
     for (std::filesystem::directory_iterator entry(path_, failure), end; !failure && entry != end;
@@ -55,6 +56,8 @@ std::vector<std::string> BusFolder::list() const {
         if (isEndPointId(name))
             ids.push_back(std::move(name));
     }
+    if (failure && failure != std::errc::no_such_file_or_directory)
+        return std::nullopt;
     return ids;
 }
 

@@ -11,15 +11,14 @@ namespace {
 constexpr char protocol[] = "brivon-bus-1";
 
 template <typename Visit>
-void visitMessage(const MessageFields& message, Visit visit) {
-    const EndPointFields& source = fieldsOf(message.source);
-    visit(message.type);
-    visit(message.appId);
-    visit(message.appVersion);
-    visit(source.id);
-    visit(source.appId);
-    visit(source.appVersion);
-    visit(message.payload);
+void visitMessage(const Outgoing& outgoing, Visit visit) {
+    visit(outgoing.message.type);
+    visit(outgoing.sender.appId);
+    visit(outgoing.sender.appVersion);
+    visit(outgoing.source.id);
+    visit(outgoing.source.appId);
+    visit(outgoing.source.appVersion);
+    visit(outgoing.message.payload);
 }
 
 template <typename Visit>
@@ -114,12 +113,12 @@ void readSource(FieldReader& reader, EndPoint& source) {
 
 } // namespace
 
-std::size_t messageFrameSize(const MessageFields& message) {
-    return frameSize([&message](auto visit) { visitMessage(message, visit); });
+std::size_t messageFrameSize(const Outgoing& outgoing) {
+    return frameSize([&outgoing](auto visit) { visitMessage(outgoing, visit); });
 }
 
-void appendMessage(Buffer& buffer, Kind kind, const MessageFields& message, std::size_t size) {
-    appendFrame(buffer, kind, size, [&message](auto visit) { visitMessage(message, visit); });
+void appendMessage(Buffer& buffer, Kind kind, const Outgoing& outgoing, std::size_t size) {
+    appendFrame(buffer, kind, size, [&outgoing](auto visit) { visitMessage(outgoing, visit); });
 }
 
 void appendHello(Buffer& buffer, const EndPointFields& self) {
