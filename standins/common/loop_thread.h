@@ -25,7 +25,7 @@ public:
 
     // Any thread. Tasks must not throw.
     void post(Task task);
-    // Any thread. Returns when the task has run, which is at once on this thread.
+    // Any thread. Returns when the task has run, which is at once on this thread; what it throws comes back.
     void run(const Task& task);
     // Whether the calling thread is this one.
     bool isCurrent() const { return current_ == this; }

@@ -8,49 +8,15 @@ namespace standins {
 
 namespace {
 
-constexpr int backlog = 511;
-constexpr int joinAttempts = 100;
 constexpr std::uint64_t refreshTimeoutMs = 1000; // an endpoint that does not say Hello by then is listed when it does
 constexpr std::chrono::milliseconds refreshPatience(20);
 // While messages come one by one and soon after each other, as answers do, the library's thread polls for the next.
 constexpr std::uint64_t soonNs = 500'000;
 constexpr std::uint64_t pollTimeNs = 100'000;
-// Pauses between attempts to reach a peer: none before the second, then these, each twice the one before. A connection
-// that has worked for the longest of them begins anew.
-constexpr std::uint64_t firstPauseMs = 10;
-constexpr std::uint64_t longestPauseMs = 1000;
 constexpr std::uint64_t nsPerMs = 1'000'000;
 
 constexpr char queueFullText[] = "Receiver does not read";
 constexpr char tooLargeText[] = "Message too large";
-
-std::string newEndPointId() {
-    unsigned char bytes[16];
-    const int status = uv_random(nullptr, nullptr, bytes, sizeof bytes, 0, nullptr);
-    if (status != 0)
-        throw std::runtime_error(std::string("cannot make an endpoint id: ") + uv_strerror(status));
-    std::string id;
-    for (const unsigned char byte : bytes) {
-        id += "0123456789abcdef"[byte >> 4];
-        id += "0123456789abcdef"[byte & 15];
-    }
-    return id;
-}
-
-wire::Buffer helloOf(const EndPointFields& self) {
-    wire::Buffer hello;
-    wire::appendHello(hello, self);
-    if (hello.size() > wire::helloLimit)
-        throw std::runtime_error("cannot join: the application id and version have " +
-                                 std::to_string(self.appId.size() + self.appVersion.size()) +
-                                 " bytes together, and other endpoints accept less than 64 KiB");
-    return hello;
-}
-
-void check(int status, const std::string& what) {
-    if (status != 0)
-        throw std::runtime_error(what + ": " + uv_strerror(status));
-}
 
 template <typename Handle>
 uv_handle_t* handleOf(Handle& handle) {
@@ -70,19 +36,13 @@ Bus::Bus(Events& events, const std::string& appId, const std::string& appVersion
     : events_(events)
     , folder_(BusFolder::open())
     , peers_({newEndPointId(), appId, appVersion})
-    , hello_(helloOf(peers_.self())) {
-    std::string failure;
-    thread_.run([&] {
-        try {
-            open();
-        } catch (const std::exception& error) {
-            failure = error.what();
-        }
-    });
-    if (failure.empty())
-        return;
-    leave();
-    throw std::runtime_error(failure);
+    , hello_(wire::makeHello(peers_.self())) {
+    try {
+        thread_.run([this] { open(); });
+    } catch (...) {
+        leave();
+        throw;
+    }
 }
 
 Bus::~Bus() {
@@ -91,43 +51,12 @@ Bus::~Bus() {
 
 void Bus::open() {
     uv_loop_t* loop = thread_.loop();
-    writeWake_.data = refreshTimer_.data = alarm_.data = this;
-    check(uv_timer_init(loop, &refreshTimer_), "cannot make a timer");
-    check(uv_timer_init(loop, &alarm_), "cannot make a timer");
-    check(uv_async_init(loop, &writeWake_, [](uv_async_t* wake) { busOf(wake).writeWaiting(); }),
-          "cannot make a wake-up");
-    for (int attempt = 1; !listen(); ++attempt) {
-        if (attempt == joinAttempts)
-            throw std::runtime_error("cannot publish an endpoint: others remove it again and again");
-        stopListening();
-        folder_ = BusFolder::open();
-    }
+    writeWake_.data = refreshTimer_.data = this;
+    uv_async_init(loop, &writeWake_, [](uv_async_t* wake) { busOf(wake).writeWaiting(); });
+    uv_timer_init(loop, &refreshTimer_);
+    attempts_.open(loop);
+    listener_.open(loop, folder_, self().id);
     scan();
-}
-
-// False: others have removed the folder, as the last to leave does, or what stood in it.
-bool Bus::listen() {
-    const std::string address = folder_.unpublishedAddress(self().id);
-    listener_ = new uv_pipe_t{};
-    listener_->data = this;
-    check(uv_pipe_init(thread_.loop(), listener_, 0), "cannot make a socket");
-    const int status = uv_pipe_bind(listener_, address.c_str());
-    if (status == UV_EACCES)
-        return false;
-    check(status, "cannot bind " + address);
-    check(uv_listen(reinterpret_cast<uv_stream_t*>(listener_), backlog,
-                    [](uv_stream_t* listener, int failure) {
-                        if (failure == 0)
-                            busOf(listener).accept();
-                    }),
-          "cannot listen on " + address);
-    return folder_.publish(self().id);
-}
-
-void Bus::stopListening() {
-    if (listener_ != nullptr)
-        uv_close(handleOf(*std::exchange(listener_, nullptr)),
-                 [](uv_handle_t* handle) { delete reinterpret_cast<uv_pipe_t*>(handle); });
 }
 
 void Bus::leave() {
@@ -135,8 +64,9 @@ void Bus::leave() {
         if (std::exchange(hasLeft_, true))
             return;
         folder_.remove(self().id);
-        stopListening();
-        for (uv_handle_t* handle : {handleOf(writeWake_), handleOf(refreshTimer_), handleOf(alarm_)}) {
+        listener_.close();
+        attempts_.close();
+        for (uv_handle_t* handle : {handleOf(writeWake_), handleOf(refreshTimer_)}) {
             if (handle->loop != nullptr)
                 uv_close(handle, nullptr);
         }
@@ -154,28 +84,38 @@ void Bus::later(LoopThread::Task task) {
 
 // ---- Connections
 
-void Bus::accept() {
+void Bus::accept(uv_stream_t* listener) {
     auto* connection = new Connection(*this, thread_.loop(), hello_);
     connections_.insert(connection);
-    if (!connection->accept(reinterpret_cast<uv_stream_t*>(listener_)))
+    if (!connection->accept(listener))
         close(*connection);
 }
 
 void Bus::scan() {
     folder_.sweep();
     const std::optional<std::vector<std::string>> ids = folder_.list();
-    nextScan_ = ids ? 0 : uv_hrtime() + longestPauseMs * nsPerMs;
-    for (const std::string& id : ids.value_or(std::vector<std::string>())) {
+    if (!ids) {
+        attempts_.failed(self().id);
+        return;
+    }
+    attempts_.forget(self().id);
+    for (const std::string& id : *ids) {
         const Peer* known = peers_.find(id);
-        if (id != self().id && (known == nullptr || (known->out == nullptr && known->nextAttempt == 0)))
+        if (id != self().id && (known == nullptr || known->out == nullptr) && !attempts_.isPausing(id))
             connectTo(peers_.add(id));
     }
-    setAlarm();
+}
+
+// The id of this endpoint stands for the folder, which could not be read.
+void Bus::tryAgain(const std::string& id) {
+    if (id == self().id)
+        scan();
+    else
+        connectTo(*peers_.find(id));
 }
 
 void Bus::connectTo(Peer& peer) {
     peer.isLost = false;
-    peer.nextAttempt = 0;
     peer.out = new Connection(*this, thread_.loop(), hello_, peer.identity.id);
     connections_.insert(peer.out);
     peer.out->connect(folder_.address(peer.identity.id));
@@ -188,7 +128,7 @@ bool Bus::greeted(Connection& connection, const EndPointFields& identity) {
     const bool isNew = peers_.introduce(peer, identity);
     if (connection.isOutbound())
         uv_async_send(&writeWake_);
-    else if (peer.out == nullptr && peer.nextAttempt == 0)
+    else if (peer.out == nullptr && !attempts_.isPausing(identity.id))
         connectTo(peer);
     if (isNew)
         changed();
@@ -224,8 +164,10 @@ void Bus::broken(Connection& connection, int status) {
         folder_.remove(id);
         lose(id);
     } else {
-        const std::uint64_t greetedAt = connection.greetedAt();
-        retry(*peer, greetedAt != 0 && uv_hrtime() - greetedAt > longestPauseMs * nsPerMs);
+        const std::uint64_t since = connection.greetedAt();
+        if (since != 0 && uv_hrtime() - since > Attempts::longestPauseMs * nsPerMs)
+            attempts_.forget(id);
+        attempts_.failed(id);
     }
     settleRefresh(false);
 }
@@ -241,51 +183,11 @@ bool Bus::hasInbound(const std::string& id) const {
     });
 }
 
-// ---- Trying again
-
-void Bus::retry(Peer& peer, bool hasWorked) {
-    if (hasWorked)
-        peer.pauseMs = 0;
-    const std::uint64_t pause =
-        std::exchange(peer.pauseMs, peer.pauseMs == 0 ? firstPauseMs : std::min(2 * peer.pauseMs, longestPauseMs));
-    if (pause == 0) {
-        connectTo(peer);
-        return;
-    }
-    peer.nextAttempt = uv_hrtime() + pause * nsPerMs;
-    setAlarm();
-}
-
-// For whatever is due first.
-void Bus::setAlarm() {
-    std::uint64_t first = nextScan_;
-    for (const auto& [id, peer] : peers_.all()) {
-        if (peer.nextAttempt != 0 && (first == 0 || peer.nextAttempt < first))
-            first = peer.nextAttempt;
-    }
-    const std::uint64_t now = uv_hrtime();
-    if (first == 0)
-        uv_timer_stop(&alarm_);
-    else
-        uv_timer_start(
-            &alarm_, [](uv_timer_t* timer) { busOf(timer).alarm(); }, first > now ? (first - now) / nsPerMs + 1 : 0, 0);
-}
-
-void Bus::alarm() {
-    const std::uint64_t now = uv_hrtime();
-    for (auto& [id, peer] : peers_.all()) {
-        if (peer.nextAttempt != 0 && peer.nextAttempt <= now)
-            connectTo(peer);
-    }
-    if (nextScan_ != 0 && nextScan_ <= now)
-        scan();
-    setAlarm();
-}
-
 // ---- Peers that go
 
 // What the peer has sent before it went is read first.
 void Bus::lose(const std::string& id) {
+    attempts_.forget(id);
     if (hasInbound(id))
         peers_.find(id)->isLost = true;
     else

@@ -4,8 +4,10 @@
 #ifndef STANDINS_MESSAGE_BUS_H
 #define STANDINS_MESSAGE_BUS_H
 
+#include "attempts.h"
 #include "bus_folder.h"
 #include "connection.h"
+#include "listener.h"
 #include "loop_thread.h"
 #include "peers.h"
 #include "refreshes.h"
@@ -64,10 +66,9 @@ private:
 
     // What follows runs on the library thread, in the order of an endpoint's life.
     void open();
-    bool listen();
-    void stopListening();
-    void accept();
+    void accept(uv_stream_t* listener);
     void scan();
+    void tryAgain(const std::string& id);
     void connectTo(Peer& peer);
     bool greeted(Connection& connection, const EndPointFields& identity) override;
     void received(const MessageFields& message) override { events_.received(message); }
@@ -76,9 +77,6 @@ private:
     void tellOwn();
     void written(Connection& connection, wire::Buffer storage) override;
     void broken(Connection& connection, int status) override;
-    void retry(Peer& peer, bool hasWorked);
-    void setAlarm();
-    void alarm();
     void lose(const std::string& id);
     void erase(const std::string& id);
     void reportUndelivered(const wire::Buffer& frames, const EndPointFields& destination);
@@ -95,11 +93,10 @@ private:
     uv_async_t writeWake_{}; // sent by any thread
 
     // Library thread only.
-    uv_pipe_t* listener_ = nullptr;
+    Listener listener_{[this](uv_stream_t* listener) { accept(listener); }};
+    Attempts attempts_{[this](const std::string& id) { tryAgain(id); }};
     uv_timer_t refreshTimer_{};
-    uv_timer_t alarm_{};
     std::set<Connection*> connections_;
-    std::uint64_t nextScan_ = 0;   // its time (of uv_hrtime), after one that failed; 0: none is due
     std::uint64_t receivedAt_ = 0; // the time of the latest read of messages
     bool hasLeft_ = false;
 

@@ -1,6 +1,8 @@
 // What is the same on every system.
 #include "bus_folder.h"
 
+#include <uv.h>
+
 #include <algorithm>
 #include <stdexcept>
 
@@ -24,6 +26,19 @@ bool isBusName(const std::string& text) {
 bool isEndPointId(const std::string& text) {
     return text.size() == 32 && std::all_of(text.begin(), text.end(),
                                             [](char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'); });
+}
+
+std::string newEndPointId() {
+    unsigned char bytes[16];
+    const int status = uv_random(nullptr, nullptr, bytes, sizeof bytes, 0, nullptr);
+    if (status != 0)
+        throw std::runtime_error(std::string("cannot make an endpoint id: ") + uv_strerror(status));
+    std::string id;
+    for (const unsigned char byte : bytes) {
+        id += "0123456789abcdef"[byte >> 4];
+        id += "0123456789abcdef"[byte & 15];
+    }
+    return id;
 }
 
 BusFolder::BusFolder(std::filesystem::path path)

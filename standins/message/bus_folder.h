@@ -42,6 +42,8 @@ private:
 
 // 32 lower-case hexadecimal digits, which is also what makes an id from elsewhere safe in a path.
 bool isEndPointId(const std::string& text);
+// Throws std::runtime_error.
+std::string newEndPointId();
 
 } // namespace standins
 

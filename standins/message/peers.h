@@ -7,7 +7,6 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <cstdint>
 #include <map>
 #include <mutex>
 #include <string>
@@ -30,9 +29,7 @@ struct Peer {
 
     // Library thread only.
     Connection* out = nullptr;
-    bool isLost = false;           // gone, once what it sent before has been read
-    std::uint64_t pauseMs = 0;     // before the next attempt to connect
-    std::uint64_t nextAttempt = 0; // its time (of uv_hrtime); 0: none is due
+    bool isLost = false; // gone, once what it sent before has been read
 };
 
 class Peers {
@@ -60,7 +57,6 @@ public:
 
     // ---- Library thread
 
-    std::map<std::string, Peer>& all() { return peers_; }
     Peer* find(const std::string& id);
     // The known one, or a new one that is not present.
     Peer& add(const std::string& id);

@@ -1,6 +1,7 @@
 #include "wire.h"
 
 #include <cstring>
+#include <stdexcept>
 #include <string_view>
 
 namespace standins::wire {
@@ -121,9 +122,16 @@ void appendMessage(Buffer& buffer, Kind kind, const Outgoing& outgoing, std::siz
     appendFrame(buffer, kind, size, [&outgoing](auto visit) { visitMessage(outgoing, visit); });
 }
 
-void appendHello(Buffer& buffer, const EndPointFields& self) {
+Buffer makeHello(const EndPointFields& self) {
     const auto fields = [&self](auto visit) { visitHello(self, visit); };
-    appendFrame(buffer, Kind::Hello, frameSize(fields), fields);
+    const std::size_t size = frameSize(fields);
+    if (size > helloLimit)
+        throw std::runtime_error("cannot join the bus: the application id and version have " +
+                                 std::to_string(self.appId.size() + self.appVersion.size()) +
+                                 " bytes, and not quite 64 KiB is the limit");
+    Buffer hello;
+    appendFrame(hello, Kind::Hello, size, fields);
+    return hello;
 }
 
 Found findFrame(const char* data, std::size_t size, std::size_t limit, Frame& frame) {

@@ -38,7 +38,8 @@ struct Outgoing {
 std::size_t messageFrameSize(const Outgoing& outgoing);
 // Given that number.
 void appendMessage(Buffer& buffer, Kind kind, const Outgoing& outgoing, std::size_t size);
-void appendHello(Buffer& buffer, const EndPointFields& self);
+// Throws std::runtime_error for one that other endpoints would refuse.
+Buffer makeHello(const EndPointFields& self);
 
 // One frame, without its length, borrowed from the bytes it was found in.
 struct Frame {
