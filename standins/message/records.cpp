@@ -35,7 +35,7 @@ EndPoint::EndPoint(const EndPoint& other)
     : fields_(new EndPointFields(endPointFields(other.fields_))) {}
 EndPoint& EndPoint::operator=(const EndPoint& other) {
     // What is equal stays as it is: programs read their own endpoint while it is assigned anew.
-    if (!(endPointFields(fields_) == endPointFields(other.fields_)))
+    if (this != &other && !(endPointFields(fields_) == endPointFields(other.fields_)))
         endPointFields(fields_) = endPointFields(other.fields_);
     return *this;
 }
