@@ -241,24 +241,23 @@ test('nothing is lost to a process that is short of descriptors for a while', li
     );
 });
 
-test(
-    'memory for the largest payload is given back',
-    { skip: isWindows && 'an allocator keeps what it likes here' },
-    async (t) => {
-        // The allocator gives large blocks back at once.
-        process.env.MALLOC_MMAP_THRESHOLD_ = '131072';
-        t.after(() => delete process.env.MALLOC_MMAP_THRESHOLD_);
-        const [sender, receiver] = await meet(t, ['S', '1'], ['R', '1']);
-        await receiver.run(`require('node:v8').setFlagsFromString('--expose-gc');
+// A sanitizer's allocator keeps blocks to find out who uses them, and other systems' keep what they like.
+const keepsMemory = isWindows || (process.env.LD_PRELOAD ?? '').includes('asan');
+const measuring = { skip: keepsMemory && 'the allocator does not give memory back here' };
+test('memory for the largest payload is given back', measuring, async (t) => {
+    // Large blocks come straight from the system and go straight back.
+    process.env.MALLOC_MMAP_THRESHOLD_ = '131072';
+    t.after(() => delete process.env.MALLOC_MMAP_THRESHOLD_);
+    const [sender, receiver] = await meet(t, ['S', '1'], ['R', '1']);
+    await receiver.run(`require('node:v8').setFlagsFromString('--expose-gc');
         globalThis.collect = require('node:vm').runInNewContext('gc');
         globalThis.resident = () => (collect(), process.memoryUsage.rss() / (1 << 20));
         globalThis.before = resident();
         adapter.addMessageListener((type, payload) => tell(payload.length)); 0`);
-        await sender.send('t', 'x'.repeat(31 << 20));
-        await receiver.told.atLeast(1);
-        await receiver.until('resident() < before + 16');
-    },
-);
+    await sender.send('t', 'x'.repeat(31 << 20));
+    await receiver.told.atLeast(1);
+    await receiver.until('resident() < before + 16');
+});
 
 const closing = { skip: isWindows && 'folders of users are closed by the system here' };
 test('the folder of a bus is closed to others, and one that is not is refused', closing, async (t) => {
