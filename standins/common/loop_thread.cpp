@@ -15,13 +15,12 @@ void check(int status, const char* what) {
 
 } // namespace
 
-thread_local const LoopThread* LoopThread::current_ = nullptr;
-
 LoopThread::LoopThread() {
     check(uv_loop_init(&loop_), "cannot make an event loop");
     wake_.data = this;
     check(uv_async_init(&loop_, &wake_, [](uv_async_t* wake) { static_cast<LoopThread*>(wake->data)->runTasks(); }),
           "cannot make an event loop's wake-up");
+    // Assigned before the first task is posted, and so before anything asks isCurrent on the new thread.
     thread_ = std::thread([this] { runLoop(); });
 }
 
@@ -70,7 +69,6 @@ void LoopThread::run(const Task& task) {
 }
 
 void LoopThread::runLoop() {
-    current_ = this;
     bool isPolling = false;
     while (uv_run(&loop_, isPolling ? UV_RUN_NOWAIT : UV_RUN_ONCE) != 0) {
         isPolling = pollUntil_ != 0 && uv_hrtime() < pollUntil_;

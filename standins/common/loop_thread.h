@@ -27,10 +27,8 @@ public:
     void post(Task task);
     // Any thread. Returns when the task has run, which is at once on this thread; what it throws comes back.
     void run(const Task& task);
-    // Whether the calling thread is this one.
-    bool isCurrent() const { return current_ == this; }
-    // Whether the calling thread is any of this class.
-    static bool isAnyCurrent() { return current_ != nullptr; }
+    bool isCurrent() const { return std::this_thread::get_id() == id(); }
+    std::thread::id id() const { return thread_.get_id(); }
 
     // For use on this thread only.
     uv_loop_t* loop() { return &loop_; }
@@ -41,8 +39,6 @@ public:
 private:
     void runLoop();
     void runTasks();
-
-    static thread_local const LoopThread* current_;
 
     uv_loop_t loop_{};
     uv_async_t wake_{};

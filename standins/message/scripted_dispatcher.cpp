@@ -11,7 +11,7 @@ ScriptedDispatcher::ScriptedDispatcher()
     : script_("messaging", messageOperations()) {}
 
 std::optional<Value> ScriptedDispatcher::record(const char* operation, List arguments) {
-    return script_.call(operation, std::move(arguments), LoopThread::isAnyCurrent());
+    return script_.call(operation, std::move(arguments), std::this_thread::get_id() == threadId_);
 }
 
 int ScriptedDispatcher::labelOf(const void* pointer) {
@@ -41,6 +41,7 @@ BrivonMessageErrorCode ScriptedDispatcher::getInstance(IBrivonMessageDispatcher*
     if (instances_ == 0) {
         const std::lock_guard lock(threadMutex_);
         thread_ = std::make_unique<LoopThread>();
+        threadId_ = thread_->id();
     }
     ++instances_;
     *dispatcher = this;
@@ -53,6 +54,7 @@ void ScriptedDispatcher::releaseInstance() {
         return;
     const std::lock_guard lock(threadMutex_);
     thread_.reset();
+    threadId_ = std::thread::id();
     program_.clear();
 }
 

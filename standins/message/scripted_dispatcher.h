@@ -7,9 +7,11 @@
 #include "message_script.h"
 #include "program.h"
 
+#include <atomic>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <thread>
 #include <vector>
 
 namespace standins {
@@ -63,6 +65,7 @@ private:
     std::mutex threadMutex_; // serialises the thread's making, its end and the script's use of it; not taken on it
     // From the first instance to the last, for whoever holds one.
     std::unique_ptr<LoopThread> thread_;
+    std::atomic<std::thread::id> threadId_{}; // of that thread, for whoever asks
 
     std::mutex mutex_; // guards what follows
     EndPointFields configured_;
