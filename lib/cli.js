@@ -106,7 +106,7 @@ function run(command, options) {
 // Throws where the stand-ins cannot open the folder of their bus: an adapter would end the process with an assertion.
 function checkBus() {
     const standins = standinsFile();
-    if (fs.existsSync(standins)) load(standins).message.perform('checkBus');
+    if (fs.existsSync(standins)) load(standins).checkBus();
 }
 
 // ---- The commands
