@@ -7,11 +7,10 @@ const path = require('node:path');
 
 const platform = `${process.platform}-${process.arch}`;
 
-// This package's folder, or what takes its place in a bundle. A bundle that is an ES module has no __dirname.
-const root = path.join(typeof __dirname === 'string' ? __dirname : path.dirname(process.execPath), '..');
-
-// A local build goes before what came with the package, which may be older.
-const folders = ['build', 'prebuilds'].map((name) => path.join(root, name));
+// A local build goes before what came with the package, which may be older. A bundle that is an ES module has no
+// __dirname, and none of these.
+const folders =
+    typeof __dirname === 'string' ? ['build', 'prebuilds'].map((name) => path.join(__dirname, '..', name)) : [];
 
 const moduleIn = (folder, name) => path.join(folder, name, 'BrivonJS.node');
 
@@ -22,8 +21,8 @@ function modulePath() {
     const found = candidates.find((file) => fs.existsSync(file));
     if (found !== undefined) return found;
     throw platformError(
-        `brivonjs has no native module for ${platform}: there is neither ${candidates.join(' nor ')}, ` +
-            'and BRIVONJS_MODULE does not name another one',
+        `brivonjs has no native module for ${platform}: there is neither ` +
+            [...candidates, 'one that BRIVONJS_MODULE names'].join(' nor '),
     );
 }
 
@@ -40,7 +39,7 @@ function standinsFolder() {
 // What is to be said of a file that the system has refused to load.
 function loadError(file, cause) {
     const message = `brivonjs cannot load ${file}: ${cause.message}`;
-    const isPrebuilt = file.startsWith(path.join(root, 'prebuilds', path.sep));
+    const isPrebuilt = folders.length > 0 && file.startsWith(path.join(folders[1], path.sep));
     if (isPrebuilt && process.platform === 'linux' && glibcVersion() === undefined)
         return platformError(message, { cause });
     return Object.assign(new Error(message, { cause }), { code: cause.code });
@@ -58,7 +57,7 @@ function platformError(message, options) {
 
 // The platforms for which there is a module. All of those for Linux are linked to glibc.
 function platformsIn(folder) {
-    if (!fs.existsSync(folder)) return [];
+    if (!fs.statSync(folder, { throwIfNoEntry: false })?.isDirectory()) return [];
     return fs
         .readdirSync(folder)
         .filter((name) => /^\w+-\w+$/.test(name) && fs.existsSync(moduleIn(folder, name)))

@@ -8,17 +8,21 @@
 export interface Call {
     /** The library's operation, such as `Send`. */
     operation: string;
-    /** Its arguments. Listeners and contexts are numbers, the same for the same one. */
+    /**
+     * Its arguments. Listeners and contexts are numbers, the same for the same one; that of `Send` is
+     * `{ type, payload, source, destinations }`.
+     */
     arguments: unknown[];
     /** `library` for calls on a thread of the library's own, and for launches. */
     thread: 'caller' | 'library';
 }
 
-/** Thrown inside the library, with this text. */
+/** Thrown as an exception inside the library, with this text. */
 export interface Thrown {
     throws: string;
 }
 
+/** A field that is left out is empty. */
 export interface Endpoint {
     id?: string;
     appId?: string;
@@ -42,27 +46,45 @@ export interface Message {
 interface Script {
     /** The calls recorded since the last time, oldest first. */
     takeCalls(): Call[];
-    /** Forgets calls, answers and everything else that was set. */
+    /**
+     * Forgets calls, answers and everything else that was set, and lets go of launches. The adapters stay as they are,
+     * their endpoint caches too.
+     */
     reset(): void;
 }
 
-/** Status, 0 being success; or no dispatcher or controller in spite of success. */
-type InstanceAnswer = number | { instance: false };
+/** A status, a whole number of 32 bits, 0 being success. */
+type Status = number;
+/** Success without a dispatcher or controller. */
+interface NoInstance {
+    instance: false;
+}
 
 export interface MessagingScript extends Script {
     /**
-     * Sets the next answers of an operation, after those set before.
+     * Sets the next answers of an operation, after those set before. When they are used up, its usual answer stands
+     * again: success for a status, and what each says.
      *
      * @param times How often it is given; may be Infinity.
-     * @throws {TypeError} For an answer that the operation cannot give.
+     * @throws {TypeError} For an unknown operation, and for an answer that it cannot give.
      */
-    answer(operation: 'SetConfig' | 'Send', status: number | Thrown, times?: number): void;
-    answer(operation: 'GetInstance', answer: InstanceAnswer | Thrown, times?: number): void;
-    answer(operation: 'IsReady' | 'IsRefreshing', answer: boolean | Thrown, times?: number): void;
-    /** false: the refresh does not end at once, and {@link setEndpoints} brings the list later. */
+    answer(operation: 'SetConfig' | 'Send', status: Status | Thrown, times?: number): void;
+    /** Status 4 is "ask again later", which the adapter does after six seconds. */
+    answer(operation: 'GetInstance', answer: Status | NoInstance | Thrown, times?: number): void;
+    /** Usually true. */
+    answer(operation: 'IsReady', isReady: boolean | Thrown, times?: number): void;
+    /**
+     * Usually true: the adapters have rebuilt their caches when it returns. false: it ends later, by
+     * {@link setEndpoints}.
+     */
     answer(operation: 'RefreshEndPoints', endsAtOnce: boolean | Thrown, times?: number): void;
+    /** Usually false. */
+    answer(operation: 'IsRefreshing', isRefreshing: boolean | Thrown, times?: number): void;
+    /** Usually what {@link setSelf} says. */
     answer(operation: 'GetSelfEndPoint', endpoint: Endpoint | Thrown, times?: number): void;
+    /** Usually what {@link setEndpoints} says. `{ count: 0 }`: none, in an array that is not null. */
     answer(operation: 'GetEndPoints', endpoints: Endpoint[] | { count: 0 } | Thrown, times?: number): void;
+    /** These give no answer. */
     answer(
         operation:
             | 'AddMessageListener'
@@ -75,9 +97,15 @@ export interface MessagingScript extends Script {
         answer: Thrown,
         times?: number,
     ): void;
-    /** Hands a message to the listeners from a library thread, and returns when the module has taken it. */
+    /**
+     * Hands a message to the adapters that listen, from the library's thread, and returns when they have taken it. The
+     * listener hears it later, on the JavaScript thread. A message of a type that is neither an application's nor an
+     * error's reaches no listener; `DestinationUnreachable` makes an adapter refresh.
+     *
+     * @throws {Error} Without an adapter.
+     */
     deliver(message: Message): void;
-    /** Sets the dispatcher's endpoints and has the adapters rebuild their caches. */
+    /** Sets the dispatcher's endpoints, and has the adapters rebuild their caches before it returns. */
     setEndpoints(endpoints: Endpoint[]): void;
     /** Sets this process's own endpoint; until then it is `self` with what the last adapter was configured with. */
     setSelf(endpoint: Endpoint): void;
@@ -85,18 +113,22 @@ export interface MessagingScript extends Script {
 
 export interface ControlScript extends Script {
     /**
-     * Sets the next answers of an operation, after those set before. Bytes that are not text may be given as a Buffer.
+     * Sets the next answers of an operation, after those set before. When they are used up, its usual answer stands
+     * again: success for a status, and false, null, an empty list or 0 for the others. Bytes that are not text may be
+     * given as a Buffer.
      *
      * @param times How often it is given; may be Infinity.
-     * @throws {TypeError} For an answer that the operation cannot give.
+     * @throws {TypeError} For an unknown operation, and for an answer that it cannot give.
      */
-    answer(operation: 'SetConfig' | 'SetConfigEx', status: number, times?: number): void;
-    answer(operation: 'GetInstance', answer: InstanceAnswer, times?: number): void;
+    answer(operation: 'SetConfig' | 'SetConfigEx', status: Status, times?: number): void;
+    answer(operation: 'GetInstance', answer: Status | NoInstance, times?: number): void;
     answer(operation: 'IsAppInstalled' | 'IsAppRunning' | 'IsAppRunningByName', answer: boolean, times?: number): void;
+    /** `getAppVersion` reads the file at this path. */
     answer(operation: 'GetAppPath', path: string | Uint8Array | null, times?: number): void;
     answer(operation: 'GetSpecifiers', specifiers: string[], times?: number): void;
+    /** A whole number of 32 bits. */
     answer(operation: 'GetProcessId', processId: number, times?: number): void;
-    /** A launch that holds ends when {@link releaseLaunches} is called. */
+    /** A launch that holds ends when {@link releaseLaunches} is called, as launched says (usually true). */
     answer(
         operation: 'LaunchApp',
         answer: boolean | { holds: true; launched?: boolean } | Thrown,

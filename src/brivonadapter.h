@@ -84,7 +84,7 @@ private:
 
     // Library threads. Takes cacheMutex. Answers whether the cache was stale: false when it held the source.
     bool insertIfNotAlreadyCached(const EndPoint& source);
-    // Library threads. Takes cacheMutex, not across library calls.
+    // Library threads. Takes cacheMutex, not across calls of the dispatcher.
     void refreshEndPointsBrivonWillCallback();
     static void endPointsCallback(void* adapter);
     // JavaScript and library threads. Asks for a new endpoint list, which arrives through endPointsCallback.
@@ -94,7 +94,7 @@ private:
     void watchEnvironmentEnd(Napi::Env env);
     static void onEnvironmentEnd(void* adapter);
 
-    // Class-wide. The latest environment's constructor, until that environment ends.
+    // Class-wide. The latest environment's constructor, until an environment ends.
     static Napi::FunctionReference constructor;
     // Guards endpointCache_ and selfEndPoint_ of every adapter. Made anew for every environment and never destroyed.
     static uv_mutex_t cacheMutex;

@@ -86,7 +86,10 @@ std::vector<EndPoint> listEndPoints(IBrivonMessageDispatcher& dispatcher) {
 }
 
 std::string endPointToString(const EndPoint& endPoint) {
-    return "{" + readAppId(endPoint) + "," + readAppVersion(endPoint) + "," + readId(endPoint) + "}";
+    const std::string appId = readAppId(endPoint);
+    const std::string appVersion = readAppVersion(endPoint);
+    const std::string id = readId(endPoint);
+    return "{" + appId + "," + appVersion + "," + id + "}";
 }
 
 bool isErrorMessage(const std::string& type) {

@@ -33,7 +33,7 @@ function* examine() {
             : right(subject, 'the module loads');
         if (kind !== 'standins' || addon === undefined) return;
         subject = 'bus';
-        load(addon).message.perform('checkBus');
+        load(addon).checkBus();
         yield right(subject, busFolder());
     } catch (error) {
         yield wrong(subject, error.message);

@@ -9,7 +9,9 @@
 namespace {
 
 using standins::Call;
+using standins::ControlScript;
 using standins::List;
+using standins::MessageScript;
 using standins::Object;
 using standins::ScriptFace;
 using standins::Value;
@@ -93,52 +95,105 @@ Napi::Value guarded(const Napi::CallbackInfo& info, Body body) {
     }
 }
 
-Napi::Object makeFace(Napi::Env env, ScriptFace& face) {
-    Napi::Object object = Napi::Object::New(env);
-    const auto define = [&](const char* name, auto body) {
-        object.Set(name, Napi::Function::New(
-                             env,
-                             [body](const Napi::CallbackInfo& info) {
-                                 return guarded(info, [&]() -> Napi::Value { return body(info); });
-                             },
-                             name));
-    };
+// What both scripts can do. One function is added for each thing that only one of them can.
+class Face {
+public:
+    explicit Face(Napi::Env env)
+        : object_(Napi::Object::New(env)) {}
 
-    // switchOn()
-    define("switchOn", [&face](const Napi::CallbackInfo& info) {
-        face.switchOn();
-        return info.Env().Undefined();
-    });
+    template <typename Body>
+    void add(const char* name, Body body) {
+        const auto call = [body](const Napi::CallbackInfo& info) -> Napi::Value {
+            return guarded(info, [&] { return body(info); });
+        };
+        object_.Set(name, Napi::Function::New(object_.Env(), call, name));
+    }
+    // A function of one value without an answer.
+    template <typename Script>
+    void add(const char* name, Script& script, void (Script::*set)(const Value&)) {
+        add(name, [&script, set](const Napi::CallbackInfo& info) {
+            (script.*set)(toValue(info[0]));
+            return info.Env().Undefined();
+        });
+    }
+    template <typename Script>
+    void add(const char* name, Script& script, void (Script::*run)()) {
+        add(name, [&script, run](const Napi::CallbackInfo& info) {
+            (script.*run)();
+            return info.Env().Undefined();
+        });
+    }
+    void addCommon(ScriptFace& script) {
+        add("takeCalls", [&script](const Napi::CallbackInfo& info) { return takeCalls(info, script); });
+        add("answer", [&script](const Napi::CallbackInfo& info) { return answer(info, script); });
+        add("reset", script, &ScriptFace::reset);
+    }
+    Napi::Object object() const { return object_; }
+
+private:
     // takeCalls(): [{ operation, arguments, thread: 'caller' | 'library' }]
-    define("takeCalls", [&face](const Napi::CallbackInfo& info) {
+    static Napi::Value takeCalls(const Napi::CallbackInfo& info, ScriptFace& script) {
         List calls;
-        for (Call& call : face.takeCalls())
+        for (Call& call : script.takeCalls())
             calls.push_back(Object{{"operation", call.operation},
                                    {"arguments", std::move(call.arguments)},
                                    {"thread", call.onLibraryThread ? "library" : "caller"}});
         return toJavaScript(info.Env(), calls);
-    });
+    }
     // answer(operation, answer, times = 1), times up to Infinity
-    define("answer", [&face](const Napi::CallbackInfo& info) {
+    static Napi::Value answer(const Napi::CallbackInfo& info, ScriptFace& script) {
         const double times = info[2].IsUndefined() ? 1 : info[2].ToNumber().DoubleValue();
         if (!(times >= 1) || (times != std::floor(times)))
             throw std::invalid_argument("times must be a positive whole number or Infinity");
         const bool isAlways = times >= standins::Script::always;
-        face.answer(textArgument(info, 0, "operation"), toValue(info[1]),
-                    isAlways ? standins::Script::always : static_cast<unsigned>(times));
+        script.answer(textArgument(info, 0, "operation"), toValue(info[1]),
+                      isAlways ? standins::Script::always : static_cast<unsigned>(times));
+        return info.Env().Undefined();
+    }
+
+    Napi::Object object_;
+};
+
+Napi::Object messagingFace(Napi::Env env, MessageScript& script) {
+    Face face(env);
+    face.addCommon(script);
+    face.add("deliver", script, &MessageScript::deliver);
+    face.add("setEndpoints", script, &MessageScript::setEndPoints);
+    face.add("setSelf", script, &MessageScript::setSelf);
+    return face.object();
+}
+
+Napi::Object controlFace(Napi::Env env, ControlScript& script) {
+    Face face(env);
+    face.addCommon(script);
+    face.add("releaseLaunches", script, &ControlScript::releaseLaunches);
+    return face.object();
+}
+
+// switchOn(): { messaging, control, SUITE_TYPE_PREFIX, ERROR_TYPE }. Throws an Error when an adapter is there already.
+Napi::Value switchOn(const Napi::CallbackInfo& info) {
+    return guarded(info, [&info]() -> Napi::Value {
+        const Napi::Env env = info.Env();
+        Napi::Object scripts = Napi::Object::New(env);
+        scripts.Set("messaging", messagingFace(env, standins::switchOnMessageScript()));
+        scripts.Set("control", controlFace(env, standins::switchOnControlScript()));
+        scripts.Set("SUITE_TYPE_PREFIX", kesta::brivon::api5::SuiteMessage::TYPE_PREFIX);
+        scripts.Set("ERROR_TYPE", kesta::brivon::api5::ErrorMessage::TYPE);
+        return scripts;
+    });
+}
+
+// checkBus(): throws an Error that says why a first adapter could not join.
+Napi::Value checkBus(const Napi::CallbackInfo& info) {
+    return guarded(info, [&info] {
+        standins::checkBus();
         return info.Env().Undefined();
     });
-    // perform(command, argument)
-    define("perform", [&face](const Napi::CallbackInfo& info) {
-        face.perform(textArgument(info, 0, "command"), toValue(info[1]));
-        return info.Env().Undefined();
-    });
-    return object;
 }
 
 Napi::Object initialise(Napi::Env env, Napi::Object exports) {
-    exports.Set("message", makeFace(env, standins::messageScript()));
-    exports.Set("control", makeFace(env, standins::controlScript()));
+    exports.Set("switchOn", Napi::Function::New(env, switchOn, "switchOn"));
+    exports.Set("checkBus", Napi::Function::New(env, checkBus, "checkBus"));
     return exports;
 }
 

@@ -1,6 +1,7 @@
 #include "loop_thread.h"
 
 #include <condition_variable>
+#include <exception>
 #include <stdexcept>
 
 namespace standins {
@@ -49,8 +50,13 @@ void LoopThread::run(const Task& task) {
     std::mutex mutex;
     std::condition_variable ran;
     bool done = false;
+    std::exception_ptr failure;
     post([&] {
-        task();
+        try {
+            task();
+        } catch (...) {
+            failure = std::current_exception();
+        }
         // Notified under the lock, since the waiting thread destroys what it waits on.
         const std::lock_guard lock(mutex);
         done = true;
@@ -58,6 +64,8 @@ void LoopThread::run(const Task& task) {
     });
     std::unique_lock lock(mutex);
     ran.wait(lock, [&] { return done; });
+    if (failure)
+        std::rethrow_exception(failure);
 }
 
 void LoopThread::runLoop() {

@@ -25,9 +25,10 @@ public:
 
     // Any thread. Tasks must not throw.
     void post(Task task);
-    // Any thread. Returns when the task has run, which is at once on this thread.
+    // Any thread. Returns when the task has run, which is at once on this thread; what it throws comes back.
     void run(const Task& task);
-    bool isCurrent() const { return std::this_thread::get_id() == thread_.get_id(); }
+    bool isCurrent() const { return std::this_thread::get_id() == id(); }
+    std::thread::id id() const { return thread_.get_id(); }
 
     // For use on this thread only.
     uv_loop_t* loop() { return &loop_; }

@@ -4,7 +4,6 @@
 
 #include "value.h"
 
-#include <atomic>
 #include <deque>
 #include <limits>
 #include <map>
@@ -21,18 +20,25 @@ struct Call {
     bool onLibraryThread;
 };
 
+// What an operation of a library may answer. Each library has one table of these, which is all there is to know of it.
+struct Operation {
+    const char* name;
+    // Throws std::invalid_argument for an answer that the operation cannot give. Null: it gives none.
+    void (*check)(const Value& answer);
+    bool mayThrow;
+};
+
 // Any thread may call any operation.
 class Script {
 public:
     static constexpr unsigned always = std::numeric_limits<unsigned>::max();
 
-    // A script once switched on stays on: the library then answers from it alone.
-    bool isOn() const { return on_.load(std::memory_order_relaxed); }
-    void switchOn() { on_ = true; }
+    Script(std::string library, std::vector<Operation> operations);
 
     // Records the call and takes the next answer set for the operation, or nothing where the library's usual answer
     // stands. An answer {throws: text} is thrown as a std::runtime_error.
     std::optional<Value> call(const char* operation, List arguments, bool onLibraryThread);
+    // Sets the next answers of an operation. Throws std::invalid_argument for what the table does not allow.
     void answer(const std::string& operation, const Value& answer, unsigned times);
     // The calls recorded since the last time.
     std::vector<Call> takeCalls();
@@ -45,24 +51,22 @@ private:
         unsigned times;
     };
 
-    std::atomic<bool> on_{false};
+    void check(const std::string& operation, const Value& answer) const;
+
+    const std::string library_;
+    const std::vector<Operation> operations_;
     std::mutex mutex_; // guards what follows
     std::vector<Call> calls_;
     std::map<std::string, std::deque<Answer>> answers_;
 };
 
-// What each stand-in shows to the addon. Any thread.
+// What each stand-in shows to the addon. Any thread but the library's.
 class ScriptFace {
 public:
-    // Throws std::runtime_error when the library is in use already.
-    virtual void switchOn() = 0;
     virtual std::vector<Call> takeCalls() = 0;
-    // Sets the next answers of an operation. Throws std::invalid_argument for an unknown operation or an answer that it
-    // cannot give.
     virtual void answer(const std::string& operation, const Value& answer, unsigned times) = 0;
-    // What this library alone can do, such as pushing a message in. Throws std::invalid_argument for an unknown command
-    // or argument and std::runtime_error when it cannot be done now.
-    virtual void perform(const std::string& command, const Value& argument) = 0;
+    // Forgets calls, answers and everything else that was set.
+    virtual void reset() = 0;
 
 protected:
     ~ScriptFace() = default;

@@ -2,6 +2,9 @@
 #ifndef STANDINS_VALUE_H
 #define STANDINS_VALUE_H
 
+#include <cmath>
+#include <cstdint>
+#include <limits>
 #include <map>
 #include <stdexcept>
 #include <string>
@@ -33,7 +36,13 @@ public:
     }
     // Each answers the fallback for null and throws std::invalid_argument, naming what is meant, for another kind.
     bool toBool(const char* what, bool fallback) const { return to<bool>(what, "a boolean", fallback); }
-    double toNumber(const char* what, double fallback) const { return to<double>(what, "a number", fallback); }
+    std::int32_t toInteger(const char* what, std::int32_t fallback) const {
+        using Range = std::numeric_limits<std::int32_t>;
+        const double number = to<double>(what, "a number", fallback);
+        if (!(number >= Range::min() && number <= Range::max()) || number != std::floor(number))
+            throw std::invalid_argument(std::string(what) + " must be a whole number of 32 bits");
+        return static_cast<std::int32_t>(number);
+    }
     std::string toText(const char* what) const { return to<std::string>(what, "a string", {}); }
     List toList(const char* what) const { return to<List>(what, "an array", {}); }
 

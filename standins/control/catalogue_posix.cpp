@@ -3,7 +3,9 @@
 
 #include <algorithm>
 #include <climits>
+#include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
@@ -43,33 +45,88 @@ void visitFolder(const std::string& folder, Visit visit) {
         visit(entry->path().filename().string());
 }
 
-// The program that a process runs: what the system says it is, and for a script, which an interpreter runs, its file.
-std::vector<std::string> programsOf(const std::string& process) {
-    const std::string folder = "/proc/" + process;
+struct Interpreter {
+    std::string path;
+    std::string argument; // empty for none
+};
+
+// What a script's first line says, as the system reads it. Nothing for another file.
+std::optional<Interpreter> interpreterOf(const std::string& script) {
+    struct stat status {};
+    if (stat(script.c_str(), &status) != 0 || !S_ISREG(status.st_mode))
+        return std::nullopt; // opening a pipe would wait for its other end
+    char start[256] = {};
+    std::ifstream(script, std::ios::binary).read(start, sizeof start - 1);
+    std::string line(start, std::strcspn(start, "\n"));
+    if (line.compare(0, 2, "#!") != 0)
+        return std::nullopt;
+    constexpr char blanks[] = " \t";
+    const std::size_t path = line.find_first_not_of(blanks, 2);
+    if (path == std::string::npos)
+        return std::nullopt;
+    line.erase(line.find_last_not_of(blanks) + 1);
+    const std::size_t pathEnd = line.find_first_of(blanks, path);
+    const std::size_t argument = line.find_first_not_of(blanks, pathEnd);
+    return Interpreter{line.substr(path, pathEnd - path), argument == std::string::npos ? "" : line.substr(argument)};
+}
+
+struct Process {
+    std::string executable;
+    std::vector<std::string> arguments; // the first three: its name, and what an interpreter is given up to the script
+};
+
+// Whether this argument of an interpreter's process is the script that it runs.
+bool isScriptOf(const Process& process, std::size_t position) {
+    const std::string& script = process.arguments[position];
+    const std::optional<Interpreter> interpreter = interpreterOf(script);
+    if (!interpreter)
+        return false;
+    if (realPath(interpreter->path) == process.executable)
+        return position == 1 || process.arguments[1] == interpreter->argument;
+    // env has become the interpreter that its argument names.
+    const auto nameOf = [](const std::string& path) { return path.substr(path.rfind('/') + 1); };
+    return position == 1 && nameOf(interpreter->path) == "env" &&
+           nameOf(process.arguments[0]) == nameOf(interpreter->argument);
+}
+
+// Nothing for a process of another user's, and for one that has ended.
+std::optional<Process> readProcess(const std::string& id) {
+    const std::string folder = "/proc/" + id;
     char target[PATH_MAX];
     const ssize_t length = readlink((folder + "/exe").c_str(), target, sizeof target);
     if (length <= 0)
-        return {}; // it is another user's, or has ended
-    std::vector<std::string> programs{std::string(target, static_cast<std::size_t>(length))};
+        return std::nullopt;
+    Process process{std::string(target, static_cast<std::size_t>(length)), {}};
     std::ifstream commandLine(folder + "/cmdline", std::ios::binary);
     std::string argument;
-    // An interpreter is given at most one argument before the script.
-    for (int position = 0; position < 3 && std::getline(commandLine, argument, '\0'); ++position) {
-        if (position > 0 && !argument.empty() && argument[0] == '/')
-            programs.push_back(argument);
-    }
-    return programs;
+    while (process.arguments.size() < 3 && std::getline(commandLine, argument, '\0'))
+        process.arguments.push_back(argument);
+    return process;
 }
 
-// The ids of the processes of which the condition holds for a program that they run, ascending.
+// Whether the condition holds for the program that a process runs: what the system says it is, and for a script, which
+// an interpreter runs, its file.
+template <typename Condition>
+bool runs(const Process& process, Condition condition) {
+    if (condition(process.executable))
+        return true;
+    for (std::size_t position = 1; position < process.arguments.size(); ++position) {
+        const std::string& argument = process.arguments[position];
+        if (!argument.empty() && argument[0] == '/' && condition(argument) && isScriptOf(process, position))
+            return true;
+    }
+    return false;
+}
+
+// The ids of the processes of which the condition holds for the program that they run, ascending.
 template <typename Condition>
 std::vector<std::int32_t> processesWhere(Condition condition) {
     std::vector<std::int32_t> processes;
     visitFolder("/proc", [&](const std::string& name) {
         if (name.find_first_not_of("0123456789") != std::string::npos)
             return;
-        const std::vector<std::string> programs = programsOf(name);
-        if (std::any_of(programs.begin(), programs.end(), condition))
+        const std::optional<Process> process = readProcess(name);
+        if (process && runs(*process, condition))
             processes.push_back(static_cast<std::int32_t>(std::strtol(name.c_str(), nullptr, 10)));
     });
     std::sort(processes.begin(), processes.end());
@@ -97,6 +154,28 @@ private:
 Children& children() {
     static Children& all = *new Children; // never destroyed: a launch may be under way while the process exits
     return all;
+}
+
+std::optional<pid_t> spawn(const std::vector<char*>& argv) {
+    posix_spawn_file_actions_t streams;
+    posix_spawnattr_t attributes;
+    sigset_t none;
+    sigset_t all;
+    sigemptyset(&none);
+    sigfillset(&all);
+    posix_spawn_file_actions_init(&streams);
+    posix_spawnattr_init(&attributes);
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        posix_spawn_file_actions_addopen(&streams, stream, "/dev/null", O_RDWR, 0);
+    // Threads of the runtime's pool block signals and the runtime ignores some, neither of which is the program's.
+    posix_spawnattr_setsigmask(&attributes, &none);
+    posix_spawnattr_setsigdefault(&attributes, &all);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    pid_t child = 0;
+    const int status = posix_spawn(&child, argv[0], &streams, &attributes, argv.data(), environ);
+    posix_spawnattr_destroy(&attributes);
+    posix_spawn_file_actions_destroy(&streams);
+    return status == 0 ? std::optional<pid_t>(child) : std::nullopt;
 }
 
 } // namespace
@@ -147,24 +226,10 @@ bool launch(const std::string& path, const std::string& commandLine) {
         argv.push_back(argument.data());
     argv.push_back(nullptr);
 
-    posix_spawn_file_actions_t streams;
-    posix_spawnattr_t attributes;
-    sigset_t none;
-    sigemptyset(&none);
-    posix_spawn_file_actions_init(&streams);
-    posix_spawnattr_init(&attributes);
-    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
-        posix_spawn_file_actions_addopen(&streams, stream, "/dev/null", O_RDWR, 0);
-    // Threads of the runtime's pool block signals, which the program must not inherit.
-    posix_spawnattr_setsigmask(&attributes, &none);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK);
-    pid_t child = 0;
-    const int status = posix_spawn(&child, path.c_str(), &streams, &attributes, argv.data(), environ);
-    posix_spawnattr_destroy(&attributes);
-    posix_spawn_file_actions_destroy(&streams);
-    if (status != 0)
+    const std::optional<pid_t> child = spawn(argv);
+    if (!child)
         return false;
-    children().add(child);
+    children().add(*child);
     return true;
 }
 

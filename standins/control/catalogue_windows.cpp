@@ -24,6 +24,19 @@ bool isSameName(const std::wstring& one, const std::wstring& other) {
     return _wcsicmp(one.c_str(), other.c_str()) == 0;
 }
 
+// Nothing for a name that is no Unicode text, which the system allows.
+std::optional<std::string> toUtf8(const std::wstring& name) {
+    const int size = static_cast<int>(name.size());
+    const auto convert = [&](char* to, int room) {
+        return WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, name.data(), size, to, room, nullptr, nullptr);
+    };
+    std::string text(static_cast<std::size_t>(convert(nullptr, 0)), '\0');
+    if (text.empty())
+        return std::nullopt;
+    convert(text.data(), static_cast<int>(text.size()));
+    return text;
+}
+
 bool isProgram(const fs::path& path) {
     std::error_code failure;
     return isSameName(path.extension().wstring(), L".exe") && fs::is_regular_file(path, failure);
@@ -41,7 +54,10 @@ std::wstring imageOf(DWORD process) {
 // The id of the first process, in ascending order, of which the condition holds; 0 for none.
 template <typename Condition>
 DWORD findProcess(Condition condition) {
-    const Handle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
+    const HANDLE taken = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
+    if (taken == INVALID_HANDLE_VALUE)
+        return 0;
+    const Handle snapshot(taken);
     PROCESSENTRY32W entry{};
     entry.dwSize = sizeof entry;
     DWORD found = 0;
@@ -59,8 +75,9 @@ std::vector<std::string> Catalogue::names() const {
     std::error_code failure;
     for (fs::directory_iterator entry(fs::u8path(folder_), failure), end; !failure && entry != end;
          entry.increment(failure)) {
-        if (isProgram(entry->path()))
-            names.push_back(entry->path().filename().u8string());
+        std::optional<std::string> name = toUtf8(entry->path().filename().wstring());
+        if (name && isProgram(entry->path()))
+            names.push_back(std::move(*name));
     }
     std::sort(names.begin(), names.end());
     return names;

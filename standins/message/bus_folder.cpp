@@ -1,6 +1,8 @@
 // What is the same on every system.
 #include "bus_folder.h"
 
+#include <uv.h>
+
 #include <algorithm>
 #include <stdexcept>
 
@@ -26,6 +28,19 @@ bool isEndPointId(const std::string& text) {
                                             [](char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'); });
 }
 
+std::string newEndPointId() {
+    unsigned char bytes[16];
+    const int status = uv_random(nullptr, nullptr, bytes, sizeof bytes, 0, nullptr);
+    if (status != 0)
+        throw std::runtime_error(std::string("cannot make an endpoint id: ") + uv_strerror(status));
+    std::string id;
+    for (const unsigned char byte : bytes) {
+        id += "0123456789abcdef"[byte >> 4];
+        id += "0123456789abcdef"[byte & 15];
+    }
+    return id;
+}
+
 BusFolder::BusFolder(std::filesystem::path path)
     : path_(std::move(path)) {}
 
@@ -43,10 +58,11 @@ BusFolder BusFolder::open() {
 void BusFolder::remove(const std::string& id) const {
     std::error_code ignored;
     std::filesystem::remove(path_ / id, ignored);
+    sweep();
     std::filesystem::remove(path_, ignored); // fails while others are in it
 }
 
-std::vector<std::string> BusFolder::list() const {
+std::optional<std::vector<std::string>> BusFolder::list() const {
     std::vector<std::string> ids;
     std::error_code failure;
     for (std::filesystem::directory_iterator entry(path_, failure), end; !failure && entry != end;
@@ -55,6 +71,8 @@ std::vector<std::string> BusFolder::list() const {
         if (isEndPointId(name))
             ids.push_back(std::move(name));
     }
+    if (failure && failure != std::errc::no_such_file_or_directory)
+        return std::nullopt;
     return ids;
 }
 

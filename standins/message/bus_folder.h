@@ -3,6 +3,7 @@
 #define STANDINS_MESSAGE_BUS_FOLDER_H
 
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,12 +19,14 @@ public:
     std::string address(const std::string& id) const;
     // The address to bind before publishing: an endpoint becomes visible only when it can be connected to.
     std::string unpublishedAddress(const std::string& id) const;
-    // Throws std::runtime_error.
-    void publish(const std::string& id) const;
+    // False: what was bound is gone, since another endpoint took it for abandoned. Throws std::runtime_error.
+    bool publish(const std::string& id) const;
     // Removes the entry of an endpoint that is gone, and the folder with the last of them.
     void remove(const std::string& id) const;
-    // The ids of all entries.
-    std::vector<std::string> list() const;
+    // Removes what endpoints have left that ended before they were published.
+    void sweep() const;
+    // The ids of all entries; nothing when they cannot be read now.
+    std::optional<std::vector<std::string>> list() const;
 
 private:
     explicit BusFolder(std::filesystem::path path);
@@ -39,6 +42,8 @@ private:
 
 // 32 lower-case hexadecimal digits, which is also what makes an id from elsewhere safe in a path.
 bool isEndPointId(const std::string& text);
+// Throws std::runtime_error.
+std::string newEndPointId();
 
 } // namespace standins
 

@@ -6,7 +6,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 namespace standins {
@@ -14,8 +16,25 @@ namespace standins {
 namespace {
 
 constexpr int makeAttempts = 100;
+constexpr char unpublished[] = ".new";
 
+// Whether connecting is refused, as it is when the process that has bound the socket is gone.
+bool isAbandoned(const std::string& socketName) {
+    sockaddr_un address{};
+    if (socketName.size() >= sizeof address.sun_path)
+        return false;
+    address.sun_family = AF_UNIX;
+    std::memcpy(address.sun_path, socketName.c_str(), socketName.size() + 1);
+    const int descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    if (descriptor < 0)
+        return false;
+    const bool isRefused =
+        connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 && errno == ECONNREFUSED;
+    close(descriptor);
+    return isRefused;
 }
+
+} // namespace
 
 std::string BusFolder::environment(const char* name) {
     const char* value = std::getenv(name);
@@ -55,12 +74,26 @@ std::string BusFolder::address(const std::string& id) const {
 }
 
 std::string BusFolder::unpublishedAddress(const std::string& id) const {
-    return address(id) + ".new";
+    return address(id) + unpublished;
 }
 
-void BusFolder::publish(const std::string& id) const {
-    if (std::rename(unpublishedAddress(id).c_str(), address(id).c_str()) != 0)
-        throw std::runtime_error("cannot publish an endpoint in " + path_.string() + ": " + std::strerror(errno));
+bool BusFolder::publish(const std::string& id) const {
+    if (std::rename(unpublishedAddress(id).c_str(), address(id).c_str()) == 0)
+        return true;
+    if (errno == ENOENT)
+        return false;
+    throw std::runtime_error("cannot publish an endpoint in " + path_.string() + ": " + std::strerror(errno));
+}
+
+// One that has been bound and does not listen yet is taken for abandoned too; its endpoint then begins anew.
+void BusFolder::sweep() const {
+    std::error_code failure;
+    for (std::filesystem::directory_iterator entry(path_, failure), end; !failure && entry != end;
+         entry.increment(failure)) {
+        const std::filesystem::path& path = entry->path();
+        if (path.extension() == unpublished && isEndPointId(path.stem().string()) && isAbandoned(path.string()))
+            unlink(path.c_str());
+    }
 }
 
 } // namespace standins

@@ -55,13 +55,16 @@ std::string BusFolder::unpublishedAddress(const std::string& id) const {
     return address(id);
 }
 
-void BusFolder::publish(const std::string& id) const {
+bool BusFolder::publish(const std::string& id) const {
     for (int attempt = 0; attempt < makeAttempts; ++attempt) {
         makePrivateFolder(path_);
         if (std::ofstream(path_ / id))
-            return;
+            return true;
     }
     throw std::runtime_error("cannot publish an endpoint in " + path_.u8string());
 }
+
+// Nothing stands in the folder before it is published.
+void BusFolder::sweep() const {}
 
 } // namespace standins

@@ -1,6 +1,6 @@
 #include "records.h"
 
-#include <atomic>
+#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -9,40 +9,8 @@ namespace {
 using standins::EndPointFields;
 using standins::MessageFields;
 
-// What copies of an endpoint share until one of them is changed. There is none behind an endpoint without fields.
-struct SharedFields {
-    EndPointFields fields;
-    std::atomic<unsigned> users{1};
-};
-
-SharedFields* shared(void* fields) {
-    return static_cast<SharedFields*>(fields);
-}
-
-const EndPointFields& endPointFields(const void* fields) {
-    static const EndPointFields& none = *new EndPointFields;
-    return fields == nullptr ? none : static_cast<const SharedFields*>(fields)->fields;
-}
-
-void* use(void* fields) {
-    if (fields != nullptr)
-        ++shared(fields)->users;
-    return fields;
-}
-
-void release(void* fields) {
-    if (fields != nullptr && --shared(fields)->users == 0)
-        delete shared(fields);
-}
-
-// The fields for a change, which no other endpoint sees.
-EndPointFields& ownFields(void*& fields) {
-    SharedFields* own = shared(fields);
-    if (own == nullptr || own->users != 1) {
-        own = new SharedFields{endPointFields(fields)};
-        release(std::exchange(fields, own));
-    }
-    return own->fields;
+EndPointFields& endPointFields(void* fields) {
+    return *static_cast<EndPointFields*>(fields);
 }
 
 MessageFields& messageFields(void* fields) {
@@ -62,21 +30,21 @@ void write(const std::string& text, char* buffer) {
 namespace kesta::brivon::api5 {
 
 EndPoint::EndPoint()
-    : fields_(nullptr) {}
+    : fields_(new EndPointFields) {}
 EndPoint::EndPoint(const EndPoint& other)
-    : fields_(use(other.fields_)) {}
+    : fields_(new EndPointFields(endPointFields(other.fields_))) {}
 EndPoint& EndPoint::operator=(const EndPoint& other) {
     // What is equal stays as it is: programs read their own endpoint while it is assigned anew.
     if (this != &other && !(endPointFields(fields_) == endPointFields(other.fields_)))
-        release(std::exchange(fields_, use(other.fields_)));
+        endPointFields(fields_) = endPointFields(other.fields_);
     return *this;
 }
 EndPoint::~EndPoint() {
-    release(fields_);
+    delete &endPointFields(fields_);
 }
 
 void EndPoint::SetId(const char* id) {
-    ownFields(fields_).id = id;
+    endPointFields(fields_).id = id;
 }
 size_t EndPoint::GetIdSize() const {
     return sizeOf(endPointFields(fields_).id);
@@ -86,7 +54,7 @@ void EndPoint::GetId(char* id) const {
 }
 
 void EndPoint::SetAppId(const char* appId) {
-    ownFields(fields_).appId = appId;
+    endPointFields(fields_).appId = appId;
 }
 size_t EndPoint::GetAppIdSize() const {
     return sizeOf(endPointFields(fields_).appId);
@@ -96,7 +64,7 @@ void EndPoint::GetAppId(char* appId) const {
 }
 
 void EndPoint::SetAppVersion(const char* appVersion) {
-    ownFields(fields_).appVersion = appVersion;
+    endPointFields(fields_).appVersion = appVersion;
 }
 size_t EndPoint::GetAppVersionSize() const {
     return sizeOf(endPointFields(fields_).appVersion);
@@ -198,13 +166,15 @@ namespace {
 
 // A derived class may name the protected pointer of any object of its base.
 struct OpenEndPoint : EndPoint {
-    explicit OpenEndPoint(EndPointFields fields) { fields_ = new SharedFields{std::move(fields)}; }
+    explicit OpenEndPoint(EndPointFields fields) { endPointFields(fields_) = std::move(fields); }
     static const EndPointFields& of(const EndPoint& endPoint) {
         return endPointFields(endPoint.*(&OpenEndPoint::fields_));
     }
 };
 struct OpenMessage : BrivonMessage {
-    static MessageFields& of(const BrivonMessage& message) { return messageFields(message.*(&OpenMessage::fields_)); }
+    static const MessageFields& of(const BrivonMessage& message) {
+        return messageFields(message.*(&OpenMessage::fields_));
+    }
 };
 
 void* borrow(const MessageFields& fields) {
@@ -220,8 +190,20 @@ EndPoint makeEndPoint(EndPointFields fields) {
 const EndPointFields& fieldsOf(const EndPoint& endPoint) {
     return OpenEndPoint::of(endPoint);
 }
-MessageFields& fieldsOf(const SuiteMessage& message) {
+const MessageFields& fieldsOf(const SuiteMessage& message) {
     return OpenMessage::of(message);
+}
+
+EndPoint* handOut(const std::vector<EndPoint>& endPoints) {
+    if (endPoints.empty())
+        return nullptr;
+    auto* array = new EndPoint[endPoints.size()];
+    std::copy(endPoints.begin(), endPoints.end(), array);
+    return array;
+}
+
+std::string textOf(const EndPointFields& endPoint) {
+    return "{" + endPoint.appId + "," + endPoint.appVersion + "," + endPoint.id + "}";
 }
 
 bool isErrorType(const std::string& type) {

@@ -39,7 +39,11 @@ struct MessageFields {
 
 EndPoint makeEndPoint(EndPointFields fields);
 const EndPointFields& fieldsOf(const EndPoint& endPoint);
-MessageFields& fieldsOf(const SuiteMessage& message);
+const MessageFields& fieldsOf(const SuiteMessage& message);
+// The array that GetEndPoints gives and ReleaseEndPoints deletes; null for no endpoints.
+EndPoint* handOut(const std::vector<EndPoint>& endPoints);
+// "{appId,appVersion,id}"
+std::string textOf(const EndPointFields& endPoint);
 
 // Makes a message of the class that its type demands and hands it over for the duration of the call.
 template <typename Use>

@@ -1,6 +1,7 @@
 #include "wire.h"
 
 #include <cstring>
+#include <stdexcept>
 #include <string_view>
 
 namespace standins::wire {
@@ -11,15 +12,14 @@ namespace {
 constexpr char protocol[] = "brivon-bus-1";
 
 template <typename Visit>
-void visitMessage(const MessageFields& message, Visit visit) {
-    const EndPointFields& source = fieldsOf(message.source);
-    visit(message.type);
-    visit(message.appId);
-    visit(message.appVersion);
-    visit(source.id);
-    visit(source.appId);
-    visit(source.appVersion);
-    visit(message.payload);
+void visitMessage(const Outgoing& outgoing, Visit visit) {
+    visit(outgoing.message.type);
+    visit(outgoing.sender.appId);
+    visit(outgoing.sender.appVersion);
+    visit(outgoing.source.id);
+    visit(outgoing.source.appId);
+    visit(outgoing.source.appVersion);
+    visit(outgoing.message.payload);
 }
 
 template <typename Visit>
@@ -114,17 +114,24 @@ void readSource(FieldReader& reader, EndPoint& source) {
 
 } // namespace
 
-std::size_t messageFrameSize(const MessageFields& message) {
-    return frameSize([&message](auto visit) { visitMessage(message, visit); });
+std::size_t messageFrameSize(const Outgoing& outgoing) {
+    return frameSize([&outgoing](auto visit) { visitMessage(outgoing, visit); });
 }
 
-void appendMessage(Buffer& buffer, Kind kind, const MessageFields& message, std::size_t size) {
-    appendFrame(buffer, kind, size, [&message](auto visit) { visitMessage(message, visit); });
+void appendMessage(Buffer& buffer, Kind kind, const Outgoing& outgoing, std::size_t size) {
+    appendFrame(buffer, kind, size, [&outgoing](auto visit) { visitMessage(outgoing, visit); });
 }
 
-void appendHello(Buffer& buffer, const EndPointFields& self) {
+Buffer makeHello(const EndPointFields& self) {
     const auto fields = [&self](auto visit) { visitHello(self, visit); };
-    appendFrame(buffer, Kind::Hello, frameSize(fields), fields);
+    const std::size_t size = frameSize(fields);
+    if (size > helloLimit)
+        throw std::runtime_error("cannot join the bus: the application id and version have " +
+                                 std::to_string(self.appId.size() + self.appVersion.size()) +
+                                 " bytes, and not quite 64 KiB is the limit");
+    Buffer hello;
+    appendFrame(hello, Kind::Hello, size, fields);
+    return hello;
 }
 
 Found findFrame(const char* data, std::size_t size, std::size_t limit, Frame& frame) {

@@ -24,12 +24,22 @@ inline constexpr std::size_t lengthBytes = sizeof(std::uint32_t);
 inline constexpr std::size_t frameLimit = std::size_t{32} << 20;
 // A connection says Hello before it may send anything larger.
 inline constexpr std::size_t helloLimit = std::size_t{64} << 10;
+// Storage up to this size is kept for the next frames.
+inline constexpr std::size_t keptStorage = std::size_t{1} << 20;
+
+// What a message is on the wire: a program's message, and who sends it. Borrowed.
+struct Outgoing {
+    const MessageFields& message;
+    const EndPointFields& sender;
+    const EndPointFields& source;
+};
 
 // The bytes that a message takes as a frame.
-std::size_t messageFrameSize(const MessageFields& message);
+std::size_t messageFrameSize(const Outgoing& outgoing);
 // Given that number.
-void appendMessage(Buffer& buffer, Kind kind, const MessageFields& message, std::size_t size);
-void appendHello(Buffer& buffer, const EndPointFields& self);
+void appendMessage(Buffer& buffer, Kind kind, const Outgoing& outgoing, std::size_t size);
+// Throws std::runtime_error for one that other endpoints would refuse.
+Buffer makeHello(const EndPointFields& self);
 
 // One frame, without its length, borrowed from the bytes it was found in.
 struct Frame {
@@ -43,6 +53,15 @@ enum class Found { Frame, Incomplete, Bad };
 
 // Finds the frame at the start of the bytes. Bad: it is empty or longer than the limit.
 Found findFrame(const char* data, std::size_t size, std::size_t limit, Frame& frame);
+
+// Hands over every frame of a buffer of whole ones.
+template <typename Visit>
+void forEachFrame(const Buffer& frames, Visit visit) {
+    Frame frame{};
+    for (std::size_t at = 0; findFrame(frames.data() + at, frames.size() - at, frameLimit, frame) == Found::Frame;
+         at += lengthBytes + frame.size)
+        visit(frame);
+}
 
 // Each answers false for a frame of another kind and for one that is not exactly filled by its fields.
 bool parseMessage(const Frame& frame, MessageFields& message);

@@ -3,6 +3,8 @@
 // The control library's stand-in by itself: a catalogue of a folder, and real processes.
 
 const assert = require('node:assert/strict');
+const { spawn } = require('node:child_process');
+const { once } = require('node:events');
 const fs = require('node:fs');
 const path = require('node:path');
 const test = require('node:test');
@@ -74,12 +76,21 @@ test('a launched program is seen while it runs, with its arguments and its proce
 });
 
 const scripting = { skip: isWindows && 'the system runs no scripts as programs here' };
-test('a script is seen running under its own name', scripting, async () => {
-    const script = `#!/bin/sh\nwhile [ ! -e "$1" ]; do sleep 0.01; done\n`;
+test('a script is seen running under its own name, which those that only name it are not', scripting, async (t) => {
+    // What the runtime ignores, such as SIGPIPE, its programs do not.
+    const script = `#!/bin/bash -e\nyes | head -1 >"$1.out"; echo \${PIPESTATUS[0]} >"$1.status"
+        while [ ! -e "$1" ]; do sleep 0.01; done\n`;
     fs.writeFileSync(file('script'), script, { mode: 0o755 });
+    // Names it without running it.
+    const reader = spawn('tail', ['-f', file('script')], { stdio: 'ignore' });
+    t.after(() => reader.kill());
+    await once(reader, 'spawn');
+    assertKnown('script', {});
     assert.deepEqual(await launch('script', `'${file('stop')}'`), [undefined, true]);
     await until(() => adapter.isAppRunning('script'));
-    assert.ok(adapter.getProcessId('script') > 0);
+    assert.notEqual(adapter.getProcessId('script'), reader.pid);
+    await until(() => fs.existsSync(file('stop.status')) && fs.statSync(file('stop.status')).size > 0);
+    assert.equal(fs.readFileSync(file('stop.status'), 'utf8'), '141\n');
     fs.writeFileSync(file('stop'), '');
     await until(() => !adapter.isAppRunning('script'));
 });

@@ -93,7 +93,8 @@ test('the scripts refuse what they cannot do', () => {
         () => control.answer('LaunchApp', { launched: true }),
         () => control.answer('IsAppRunning', { throws: 'x' }),
         () => control.answer('GetSpecifiers', ['a', 1]),
-        () => control.perform('unknown'),
+        () => control.answer('GetProcessId', 2 ** 31),
+        () => messaging.answer('Send', 0.5),
     ])
         assert.throws(call, (error) => error instanceof TypeError && error.message !== '', `${call}`);
 });

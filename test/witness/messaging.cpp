@@ -8,7 +8,7 @@
 //                                       '~' stands for a NUL
 //   "hold:..."                          the same, but Send returns as soon as the module, with its lock held, has asked
 //                                       for the source's application id; the answer waits until an endpoint is copied,
-//                                       and then for the next Send, which is not to come before
+//                                       and then, a moment, for the next Send, which is not to come before
 //   "refuse"                            is refused, with a negative status
 //   "in-refresh", "in-removal"          the next such call hears a message of an unknown source on the way
 //   "throw"                             the next field of a message that is read throws an int

@@ -1,0 +1,93 @@
+// One stream between two endpoints and the frames on it: a Hello in each direction, then messages from the side that
+// connected. Library thread only.
+#ifndef STANDINS_MESSAGE_CONNECTION_H
+#define STANDINS_MESSAGE_CONNECTION_H
+
+#include "records.h"
+#include "wire.h"
+
+#include <uv.h>
+
+#include <cstdint>
+#include <string>
+
+namespace standins {
+
+// Deletes itself once it has been closed.
+class Connection {
+public:
+    class Owner {
+    public:
+        // The other end has said who it is. False: it is not accepted, and `broken` follows.
+        virtual bool greeted(Connection& connection, const EndPointFields& peer) = 0;
+        // Borrowed.
+        virtual void received(const MessageFields& message) = 0;
+        // One read has brought so many messages.
+        virtual void wasRead(std::size_t messages) = 0;
+        // What was written is on its way; its storage may be used again.
+        virtual void written(Connection& connection, wire::Buffer storage) = 0;
+        // It could not be made, for the reason that the status gives; or it has ended, or brought what nobody
+        // understands (0). It is to be closed.
+        virtual void broken(Connection& connection, int status) = 0;
+
+    protected:
+        ~Owner() = default;
+    };
+
+    // To be connected to the peer, or to be accepted where there is none yet.
+    Connection(Owner& owner, uv_loop_t* loop, const wire::Buffer& hello, std::string peerId = {});
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+
+    void connect(const std::string& address);
+    bool accept(uv_stream_t* listener);
+    // Whole frames, once greeted; one write at a time.
+    void write(wire::Buffer frames);
+    void close();
+
+    bool isOutbound() const { return isOutbound_; }
+    // Of an accepted one: empty until it is greeted.
+    const std::string& peerId() const { return peerId_; }
+    // 0 until the other end has said who it is, then the time (of uv_hrtime).
+    std::uint64_t greetedAt() const { return greetedAt_; }
+    bool isReady() const { return greetedAt_ != 0 && writing_.empty(); }
+    // The write under way, whose bytes stay where they are until libuv is done with them.
+    const wire::Buffer& writing() const { return writing_; }
+
+private:
+    ~Connection() = default;
+
+    uv_handle_t* handle() { return reinterpret_cast<uv_handle_t*>(&pipe_); }
+    uv_stream_t* stream() { return reinterpret_cast<uv_stream_t*>(&pipe_); }
+    bool isClosing() { return uv_is_closing(handle()) != 0; }
+
+    void connected(int status);
+    bool sayHello();
+    void startReading();
+    void read(ssize_t size);
+    bool consume(const char* data, std::size_t size);
+    void keepRest(const char* data, std::size_t size);
+    bool take(const wire::Frame& frame);
+    bool greet(const wire::Frame& frame);
+
+    Owner& owner_;
+    const bool isOutbound_;
+    std::string peerId_;
+    std::uint64_t greetedAt_ = 0;
+
+    uv_pipe_t pipe_{};
+    uv_connect_t connecting_{};
+    uv_write_t helloRequest_{};
+    wire::Buffer hello_;
+    uv_write_t request_{};
+    wire::Buffer writing_; // not empty while a write is under way
+
+    wire::Buffer readBuffer_;
+    wire::Buffer rest_; // the beginning of a frame
+    MessageFields incoming_;
+    std::size_t messages_ = 0; // of the read under way
+};
+
+} // namespace standins
+
+#endif

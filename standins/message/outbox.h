@@ -1,0 +1,42 @@
+// What one endpoint is yet to get: the frames that wait for it, and the write that is under way.
+#ifndef STANDINS_MESSAGE_OUTBOX_H
+#define STANDINS_MESSAGE_OUTBOX_H
+
+#include "wire.h"
+
+#include <cstddef>
+
+namespace standins {
+
+// Used with its owner's lock.
+class Outbox {
+public:
+    static constexpr std::size_t limit = std::size_t{64} << 20;
+
+    // Whether one frame more may wait. Where nothing waits, it always may.
+    bool hasRoomFor(std::size_t size) const { return isEmpty() || queued() + size <= limit; }
+    void append(wire::Kind kind, const wire::Outgoing& outgoing, std::size_t size);
+    // Notes that a frame found no room. True for the first one since there was room: the sender is to hear of it.
+    bool refuse();
+
+    bool isEmpty() const { return queued() == 0; }
+    bool isWaiting() const { return !waiting_.empty(); }
+    const wire::Buffer& waiting() const { return waiting_; }
+
+    // Takes everything that waits, to be written next. It counts as queued until the write has ended.
+    wire::Buffer startWrite();
+    // The write has ended, whichever way; its storage may serve the next one.
+    void endWrite(wire::Buffer storage);
+
+private:
+    std::size_t queued() const { return waiting_.size() + beingWritten_; }
+
+    wire::Buffer waiting_;
+    wire::Buffer spare_;
+    std::size_t beingWritten_ = 0;
+    bool isRefusing_ = false;
+};
+
+} // namespace standins
+
+#endif
