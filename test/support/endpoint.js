@@ -13,3 +13,5 @@ process.on('message', async ({ id, code }) => {
     const value = await (0, eval)(code);
     process.send({ id, value });
 });
+// The parent is gone; nobody else would end this program.
+process.on('disconnect', () => process.exit());
