@@ -28,6 +28,6 @@ if [ ! -e "$root/ready" ]; then
 fi
 # A process gets a file as its standard output, since Wine's pipes are not enough for the runtime there.
 status=0
-within $wine "$@" </dev/null >"$build/wine10/output" || status=$?
+within $wine "$@" </dev/null >"$build/wine10/output" 2>&1 || status=$?
 cat "$build/wine10/output"
 exit $status
