@@ -46,8 +46,7 @@ function loadStandins() {
 // ---- The choice
 
 function choose(wanted) {
-    if (wanted !== '' && wanted !== 'standins' && wanted !== 'suite')
-        return { kind: 'folder', files: filesIn(path.resolve(wanted)) };
+    if (wanted !== '' && wanted !== 'standins' && wanted !== 'suite') return inFolder(path.resolve(wanted));
     if (wanted !== 'standins') {
         const { files, isSafe, obstacle } = findSuite();
         if (wanted === 'suite' && obstacle !== undefined)
@@ -61,23 +60,34 @@ function choose(wanted) {
 }
 
 const filesIn = (folder) => NAMES.map((name) => path.join(folder, name));
+const beside = () => path.dirname(modulePath());
+
+function inFolder(folder) {
+    const before = isWindows ? [beside(), ...systemFolders(), process.cwd()] : [];
+    const first = findFirst(before.filter((other) => other !== folder).flatMap(filesIn));
+    if (first === undefined) return { kind: 'folder', files: filesIn(folder) };
+    throw librariesError(`brivonjs cannot run on the libraries in ${folder}: Windows takes ${first} first`);
+}
 
 // The files that Windows would load. They are safe to take unasked unless they merely lie where the program was started.
 function findSuite() {
     if (!isWindows) return { obstacle: 'there are none for this system' };
-    const inTheWay = filesIn(path.dirname(modulePath())).find((file) => fs.existsSync(file));
-    if (inTheWay !== undefined) return { obstacle: `Windows takes ${inTheWay} first, which lies beside the module` };
-    const windows = environment('SystemRoot') ?? 'C:\\Windows';
-    const system = ['System32', 'System', '.'].map((name) => path.join(windows, name));
+    const first = findFirst(filesIn(beside()));
+    if (first !== undefined) return { obstacle: `Windows takes ${first} first, which lies beside the module` };
     const searched = (environment('PATH') ?? '').split(';').map((folder) => folder.replaceAll('"', ''));
-    const installed = [...system, ...searched.filter(Boolean).map((folder) => path.resolve(folder))];
-    const folders = [...system, process.cwd(), ...installed];
-    const files = NAMES.map((name) =>
-        folders.map((folder) => path.join(folder, name)).find((file) => fs.existsSync(file)),
-    );
+    const installed = [...systemFolders(), ...searched.filter(Boolean).map((folder) => path.resolve(folder))];
+    const folders = [...systemFolders(), process.cwd(), ...installed];
+    const files = NAMES.map((name) => findFirst(folders.map((folder) => path.join(folder, name))));
     const missing = NAMES.filter((_, i) => files[i] === undefined);
     if (missing.length > 0) return { obstacle: `Windows finds no ${missing.join(' and no ')} on its search path` };
     return { files, isSafe: files.every((file) => installed.includes(path.dirname(file))) };
+}
+
+const findFirst = (files) => files.find((file) => fs.existsSync(file));
+
+function systemFolders() {
+    const windows = environment('SystemRoot') ?? 'C:\\Windows';
+    return ['System32', 'System', '.'].map((name) => path.join(windows, name));
 }
 
 // The environment of a worker is a copy, in which letters count.
@@ -93,7 +103,7 @@ const loadWith = {
 
     // Where the stand-ins have a folder of their own, their addon brings them along.
     standins: (loadIt) => {
-        if (standinsFolder() !== path.dirname(modulePath()) && chosen.addon !== undefined) load(chosen.addon);
+        if (standinsFolder() !== beside() && chosen.addon !== undefined) load(chosen.addon);
         return loadIt();
     },
 
@@ -102,7 +112,7 @@ const loadWith = {
         const others = otherLibraries();
         if (others.length === 0) return loaded;
         throw librariesError(
-            `brivonjs does not run on ${chosen.files.join(' and ')}: this process has ${others.join(' and ')}`,
+            `brivonjs cannot run on ${chosen.files.join(' and ')}: the process has ${others.join(' and ')}`,
         );
     },
 };
@@ -144,7 +154,7 @@ function otherLibraries() {
 
 // Pairs of a library and its faults. Where it is not known what the module needs, none is sought.
 function examined() {
-    const file = path.join(path.dirname(modulePath()), 'imports.json');
+    const file = path.join(beside(), 'imports.json');
     if (!fs.existsSync(file)) return [];
     const needed = JSON.parse(fs.readFileSync(file, 'utf8'));
     return libraries().files.map((file) => [file, faultsOf(file, needed[path.basename(file)])]);

@@ -29,7 +29,7 @@ function* examine() {
         loadModule();
         const others = otherLibraries();
         yield others.length > 0
-            ? wrong(subject, `this process has ${others.join(' and ')}`)
+            ? wrong(subject, `the process has ${others.join(' and ')}`)
             : right(subject, 'the module loads');
         if (kind !== 'standins' || addon === undefined) return;
         subject = 'bus';

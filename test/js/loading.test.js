@@ -41,10 +41,10 @@ async function loaded(folder, before) {
 
 const onLibrary = (header) => `process.report.getReport = () => ({ header: ${JSON.stringify(header)} });`;
 
-// The first loads of native modules fail with this error.
+// The first loads of the native module fail with this error.
 const failing = (times, message) => `const dlopen = process.dlopen;
     process.dlopen = (...args) => {
-        if (++loads > ${times}) return dlopen(...args);
+        if (!args[1].endsWith('BrivonJS.node') || ++loads > ${times}) return dlopen(...args);
         throw Object.assign(new Error(${JSON.stringify(message)}), { code: 'ERR_DLOPEN_FAILED' });
     };`;
 
