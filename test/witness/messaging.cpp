@@ -137,6 +137,10 @@ EndPoint SuiteMessage::GetSource() const {
 void SuiteMessage::SetDestinations(const EndPoint*, size_t count) {
     note("SetDestinations:" + std::to_string(count));
 }
+size_t SuiteMessage::GetDestinationCount() const {
+    return 0;
+}
+void SuiteMessage::GetDestinations(EndPoint*) const {}
 void SuiteMessage::SetPayload(const char* payload) {
     note("SetPayload:" + std::string(payload));
 }
