@@ -4,9 +4,7 @@
 
 const now = () => Number(process.hrtime.bigint());
 
-function quantile(sorted, share) {
-    return sorted[Math.min(sorted.length - 1, Math.floor(share * sorted.length))];
-}
+const quantile = (sorted, share) => sorted[Math.min(sorted.length - 1, Math.floor(share * sorted.length))];
 
 function summarise(values) {
     const sorted = [...values].sort((a, b) => a - b);
@@ -21,30 +19,26 @@ function ratioOf(first, second) {
 
 // How many operations take about that long, warming up on the way.
 async function calibrate(run, nanoseconds, limit) {
-    for (let count = 1; ;) {
+    for (let count = 1; ; count = Math.min(limit, count * 4)) {
         const start = now();
         await run(count);
-        const duration = now() - start;
-        if (duration > nanoseconds / 4 || count >= limit) {
-            return Math.max(1, Math.min(limit, Math.round((count * nanoseconds) / duration)));
-        }
-        count = Math.min(limit, count * 4);
+        const fitting = Math.round((count * nanoseconds) / (now() - start));
+        if (fitting < count * 4 || count >= limit) return Math.max(1, Math.min(limit, fitting));
     }
 }
 
-// Every runner takes a number of operations. The same number for all of them, one round each in turn; answers
-// nanoseconds per operation.
-async function inTurns(runners, { rounds = 21, milliseconds = 25, limit = 1e7, warmUp = 3 } = {}) {
+// Every runner takes a number of operations. The same number for all of them, one round each in turn, three of them to
+// warm up; answers nanoseconds per operation.
+async function inTurns(runners, { rounds, milliseconds = 25, limit = 1e7 }) {
     const counts = [];
     for (const run of runners) counts.push(await calibrate(run, milliseconds * 1e6, limit));
     const count = Math.max(...counts);
     const results = runners.map(() => []);
-    for (let round = -warmUp; round < rounds; ++round) {
+    for (let round = -3; round < rounds; ++round) {
         for (const [index, run] of runners.entries()) {
             const start = now();
             await run(count);
-            const duration = now() - start;
-            if (round >= 0) results[index].push(duration / count);
+            if (round >= 0) results[index].push((now() - start) / count);
         }
     }
     return results.map(summarise);

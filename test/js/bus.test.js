@@ -9,7 +9,7 @@ const net = require('node:net');
 const path = require('node:path');
 const { test } = require('node:test');
 
-const { buildDirectory, busFolder, Endpoint, endedAbnormally, newBus, runScript } = require('../support/support');
+const { busFolder, Endpoint, endedAbnormally, newBus, runScript } = require('../support/support');
 
 const isWindows = process.platform === 'win32';
 const stopping = { skip: isWindows && 'a process cannot be stopped here' };
@@ -259,21 +259,4 @@ test('a program that sends and ends at once is heard', async (t) => {
     }
     assert.equal((await receiver.told.atLeast(2000)).length, 2000);
     await receiver.sees();
-});
-
-test('the module runs unchanged on another implementation of the contract', async () => {
-    // That library has as many endpoints as the version says, and answers this type with two messages.
-    const script = `${adapter}
-        let count = 0;
-        adapter.addMessageListener((...message) => {
-            console.log(message.join('|'));
-            if (++count === 2) process.exit(0);
-        });
-        console.log(adapter.getSelfEndpoint(), adapter.getEndpoints().join());
-        adapter.sendMessage('flood:2:3:0', '');`;
-    const BRIVONJS_MODULE = path.join(buildDirectory, 'test', 'another', 'BrivonJS.node');
-    const ended = await runScript(script, { env: { BRIVONJS_MODULE } });
-    const message = 'brivon.SuiteMessage.flood|xxx|calendar|3.0|endpoint-0\n';
-    const stdout = `{calendar,3.0,endpoint} {calendar,3.0,endpoint-0}\n${message}${message}`;
-    assert.deepEqual(ended, { code: 0, signal: null, stdout, stderr: '' });
 });

@@ -70,32 +70,22 @@ test('a platform without a module gets an Error with its C library, and what oth
     const pdp11 = "Object.defineProperty(process, 'arch', { value: 'pdp11' });";
     const folder = packageWith(t, 'prebuilds/linux-x64', 'prebuilds/win32-x64', 'build/cmake');
     const missing = `${process.platform}-pdp11`;
-    const file = (name) => path.join(folder, name, missing, 'BrivonJS.node');
+    const known = 'There are modules for linux-x64 with glibc and win32-x64';
     for (const [header, library] of [
         [{ glibcVersionRuntime: '2.36' }, ' with glibc 2.36'],
         [{}, ' with musl'],
     ]) {
         const { code, message } = await loaded(folder, pdp11 + onLibrary(header));
         assert.equal(code, 'ERR_BRIVONJS_PLATFORM');
-        assert.equal(
-            message,
-            `brivonjs has no native module for ${missing}: there is neither ${file('build')} nor ` +
-                `${file('prebuilds')}, and BRIVONJS_MODULE does not name another one. There are modules for ` +
-                `linux-x64 with glibc and win32-x64; this is ${missing}${isLinux ? library : ''}`,
-        );
+        assert.ok(message.startsWith(`brivonjs has no native module for ${missing}: there is neither ${folder}`));
+        assert.ok(message.endsWith(`${known}; this is ${missing}${isLinux ? library : ''}`), message);
     }
-    const { message } = await loaded(packageWith(t), '');
-    assert.match(message, /is this a bundle/);
+    assert.match((await loaded(packageWith(t), '')).message, /is this a bundle/);
 });
 
 test('a module that was made for another C library says so', { skip: !isLinux && 'on Linux only' }, async (t) => {
     const folder = packageWith(t, `prebuilds/${platform}`);
-    for (const [header, code, hint] of [
-        [{}, 'ERR_BRIVONJS_PLATFORM', `There are modules for ${platform} with glibc; this is ${platform} with musl`],
-        [{ glibcVersionRuntime: '2.36' }, 'ERR_DLOPEN_FAILED', ''],
-    ]) {
-        const { message, ...error } = await loaded(folder, failing(1, 'no ld-linux') + onLibrary(header));
-        assert.deepEqual(error, { code, cause: 'no ld-linux', loads: 1 });
-        assert.ok(message.endsWith(hint === '' ? 'no ld-linux' : `no ld-linux. ${hint}`), message);
-    }
+    const { code, message, cause } = await loaded(folder, failing(1, 'no ld-linux') + onLibrary({}));
+    assert.deepEqual([code, cause], ['ERR_BRIVONJS_PLATFORM', 'no ld-linux']);
+    assert.match(message, /There are modules for \S+ with glibc; this is \S+ with musl$/);
 });

@@ -65,16 +65,7 @@ test('right uses compile and wrong ones do not', () => {
     const tests = path.join(installed, 'types');
     fs.cpSync(path.join(root, 'test', 'types'), tests, { recursive: true });
     const files = fs.readdirSync(tests).map((name) => path.join(tests, name));
-    const options = [
-        '--noEmit',
-        '--strict',
-        '--module',
-        'node16',
-        '--moduleResolution',
-        'node16',
-        '--target',
-        'es2022',
-    ];
+    const options = '--noEmit --strict --module node16 --moduleResolution node16 --target es2022'.split(' ');
     for (const compiler of ['typescript-oldest', 'typescript'])
         assertSucceeds(process.execPath, path.join(modules, compiler, 'bin', 'tsc'), ...options, ...files);
 });
