@@ -47,4 +47,10 @@ inline void check(BrivonThrown* thrown) {
         raise(thrown);
 }
 
+// For destructors, which have nobody to throw at.
+inline void forget(BrivonThrown* thrown) {
+    if (thrown != nullptr)
+        free(thrown);
+}
+
 #endif

@@ -7,25 +7,29 @@ namespace kesta::brivon::api5 {
 
 namespace {
 
+SharedEndPoint* sharedIn(void* fields) {
+    return static_cast<SharedEndPoint*>(fields);
+}
+
 // Stands behind every endpoint that is as it was constructed. Never changed.
-void* emptyEndPoint() {
-    static void* only = nullptr;
-    void* known = __atomic_load_n(&only, __ATOMIC_ACQUIRE);
+const void* emptyEndPoint() {
+    static SharedEndPoint* only = nullptr;
+    SharedEndPoint* known = __atomic_load_n(&only, __ATOMIC_ACQUIRE);
     if (known != nullptr)
-        return known;
-    void* made = makeEndPoint(brivon_EndPoint_construct);
+        return known->object;
+    SharedEndPoint* made = makeEndPoint(brivon_EndPoint_construct);
     if (__atomic_compare_exchange_n(&only, &known, made, false, __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE))
-        return made;
-    destroyEndPoint(made);
-    return known;
+        return made->object;
+    releaseEndPoint(made);
+    return known->object;
 }
 
 // The library's object behind an endpoint; a derived class may name the protected pointer of any object of its base.
 struct OpenEndPoint : EndPoint {
     static void*& in(EndPoint& endPoint) { return endPoint.*(&OpenEndPoint::fields_); }
     static const void* of(const EndPoint& endPoint) {
-        const void* own = endPoint.*(&OpenEndPoint::fields_);
-        return own != nullptr ? own : emptyEndPoint();
+        const SharedEndPoint* shared = sharedIn(endPoint.*(&OpenEndPoint::fields_));
+        return shared != nullptr ? shared->object : emptyEndPoint();
     }
 };
 
@@ -37,10 +41,6 @@ size_t sizeOf(BrivonText text, const void* object) {
     size_t size = 0;
     check(brivon_textSize(text, object, &size));
     return size;
-}
-
-void* copyOf(const void* endPoint) {
-    return makeEndPoint([=](void* room) { return brivon_EndPoint_copy(room, endPoint); });
 }
 
 // An endpoint that a function of the library's answers.
@@ -58,25 +58,38 @@ EndPoint answered(Make make) {
 EndPoint::EndPoint()
     : fields_(nullptr) {}
 EndPoint::EndPoint(const EndPoint& other)
-    : fields_(other.fields_ == nullptr ? nullptr : copyOf(other.fields_)) {}
+    : fields_(other.fields_ == nullptr ? nullptr : useEndPoint(sharedIn(other.fields_))) {}
+// One that nobody shares is assigned by the library, in its place: programs read their own endpoint meanwhile.
 EndPoint& EndPoint::operator=(const EndPoint& other) {
-    if (fields_ != nullptr)
-        check(brivon_EndPoint_assign(fields_, OpenEndPoint::of(other)));
-    else if (other.fields_ != nullptr)
-        fields_ = copyOf(other.fields_);
+    SharedEndPoint* own = sharedIn(fields_);
+    if (own == other.fields_)
+        return *this;
+    if (own != nullptr && isSoleUser(own)) {
+        check(brivon_EndPoint_assign(own->object, OpenEndPoint::of(other)));
+        return *this;
+    }
+    fields_ = other.fields_ == nullptr ? nullptr : useEndPoint(sharedIn(other.fields_));
+    if (own != nullptr)
+        releaseEndPoint(own);
     return *this;
 }
 EndPoint::~EndPoint() {
     if (fields_ != nullptr)
-        destroyEndPoint(fields_);
+        releaseEndPoint(sharedIn(fields_));
 }
 
 namespace {
 
+// Changes what no other endpoint sees.
 void setText(BrivonText text, void*& fields, const char* value) {
-    if (fields == nullptr)
+    SharedEndPoint* own = sharedIn(fields);
+    if (own == nullptr) {
         fields = makeEndPoint(brivon_EndPoint_construct);
-    check(brivon_setText(text, fields, value));
+    } else if (!isSoleUser(own)) {
+        fields = copyEndPoint(own->object);
+        releaseEndPoint(own);
+    }
+    check(brivon_setText(text, sharedIn(fields)->object, value));
 }
 
 } // namespace
@@ -145,7 +158,7 @@ SuiteMessage::SuiteMessage(const char* type)
     fields_ = room.release();
 }
 SuiteMessage::~SuiteMessage() {
-    free(brivon_SuiteMessage_destroy(fields_));
+    forget(brivon_SuiteMessage_destroy(fields_));
     free(fields_);
 }
 
@@ -157,6 +170,8 @@ EndPoint SuiteMessage::GetSource() const {
 }
 
 void SuiteMessage::SetDestinations(const EndPoint* destinations, size_t count) {
+    if (count == 1)
+        return check(brivon_SuiteMessage_SetDestinations(fields_, OpenEndPoint::of(*destinations), 1));
     EndPointArray array(count);
     for (size_t i = 0; i < count; ++i)
         array.add([&](void* room) { return brivon_EndPoint_copy(room, OpenEndPoint::of(destinations[i])); });
@@ -175,7 +190,7 @@ void SuiteMessage::GetDestinations(EndPoint* destinations) const {
     check(brivon_SuiteMessage_GetDestinations(fields_, array.at(0)));
     for (size_t i = 0; i < count; ++i) {
         EndPoint destination;
-        OpenEndPoint::in(destination) = copyOf(array.at(i));
+        OpenEndPoint::in(destination) = copyEndPoint(array.at(i));
         destinations[i] = destination;
     }
 }
@@ -267,12 +282,23 @@ Registry<CallbackEntry> callbacks;
 
 // ---- Dispatcher
 
-// The library's endpoints as this side has them: the elements look into the library's array and own nothing.
+// The library's endpoints as this side has them: the elements look into the library's array and own nothing. Behind
+// this there are as many elements, and then what they look with.
 struct EndPointList {
     void* array;
     void* unused; // keeps the elements where they may be
-    static EndPointList* of(EndPoint* elements) { return reinterpret_cast<EndPointList*>(elements) - 1; }
     EndPoint* elements() { return reinterpret_cast<EndPoint*>(this + 1); }
+    static EndPointList* of(EndPoint* elements) { return reinterpret_cast<EndPointList*>(elements) - 1; }
+    static EndPointList* make(void* array, size_t count) {
+        Room room(sizeof(EndPointList) + count * (sizeof(EndPoint) + sizeof(SharedEndPoint)));
+        auto* list = ::new (room.release()) EndPointList{array, nullptr};
+        auto* shared = reinterpret_cast<SharedEndPoint*>(list->elements() + count);
+        for (size_t i = 0; i < count; ++i) {
+            shared[i] = {0, static_cast<char*>(array) + i * endPointDistance()};
+            OpenEndPoint::in(*::new (list->elements() + i) EndPoint) = &shared[i];
+        }
+        return list;
+    }
 };
 
 class Dispatcher final : public IBrivonMessageDispatcher {
@@ -329,12 +355,7 @@ public:
         if (found == 0)
             return; // then nothing is released
         learnEndPointDistance(array, found);
-        Room room(sizeof(EndPointList) + found * sizeof(EndPoint));
-        auto* list = ::new (room.release()) EndPointList{array, nullptr};
-        for (size_t i = 0; i < found; ++i)
-            OpenEndPoint::in(*::new (list->elements() + i) EndPoint) =
-                static_cast<char*>(array) + i * endPointDistance();
-        *endPoints = list->elements();
+        *endPoints = EndPointList::make(array, found)->elements();
     }
     void ReleaseEndPoints(EndPoint* endPoints) override {
         if (endPoints == nullptr)

@@ -26,7 +26,7 @@ public:
         memset(room_.get(), fill, kLargestEndPoint);
         check(make(room_.get()));
     }
-    ~Sample() { brivon_EndPoint_destroy(room_.get()); }
+    ~Sample() { forget(brivon_EndPoint_destroy(room_.get())); }
 
     void* get() const { return room_.get(); }
     void setAll() {
@@ -91,9 +91,26 @@ size_t endPointRoom() {
     return endPointSize() + kSpare;
 }
 
-void destroyEndPoint(void* endPoint) {
-    free(brivon_EndPoint_destroy(endPoint));
-    free(endPoint);
+SharedEndPoint* copyEndPoint(const void* object) {
+    return makeEndPoint([=](void* room) { return brivon_EndPoint_copy(room, object); });
+}
+
+SharedEndPoint* useEndPoint(SharedEndPoint* shared) {
+    if (__atomic_load_n(&shared->users, __ATOMIC_RELAXED) == 0)
+        return copyEndPoint(shared->object);
+    __atomic_fetch_add(&shared->users, 1, __ATOMIC_RELAXED);
+    return shared;
+}
+
+void releaseEndPoint(SharedEndPoint* shared) {
+    if (__atomic_sub_fetch(&shared->users, 1, __ATOMIC_ACQ_REL) != 0)
+        return;
+    forget(brivon_EndPoint_destroy(shared->object));
+    free(shared);
+}
+
+bool isSoleUser(const SharedEndPoint* shared) {
+    return __atomic_load_n(&shared->users, __ATOMIC_ACQUIRE) == 1;
 }
 
 size_t endPointDistance() {
@@ -123,5 +140,5 @@ EndPointArray::EndPointArray(size_t count)
 
 EndPointArray::~EndPointArray() {
     while (made_ > 0)
-        free(brivon_EndPoint_destroy(at(--made_)));
+        forget(brivon_EndPoint_destroy(at(--made_)));
 }

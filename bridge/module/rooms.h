@@ -23,10 +23,20 @@ private:
 // Far more than a message can need, whose fields are texts and lists kept elsewhere.
 constexpr size_t kMessageRoom = 4096;
 
-// An endpoint of the library's, made in a room of its own by the given function; destroyEndPoint() takes it back.
+// An endpoint of the library's, with the number of those on our side that share it. A program copies endpoints much
+// more often than it changes them, and each copy of the library's costs some calls and some memory.
+struct SharedEndPoint {
+    unsigned users; // 0: the object is a part of something of the library's, and is copied rather than shared
+    void* object;
+};
+
+// Made in a room of its own by the given function; releaseEndPoint() ends each use.
 template <typename Make>
-void* makeEndPoint(Make make);
-void destroyEndPoint(void* endPoint);
+SharedEndPoint* makeEndPoint(Make make);
+SharedEndPoint* useEndPoint(SharedEndPoint* shared);
+SharedEndPoint* copyEndPoint(const void* object);
+void releaseEndPoint(SharedEndPoint* shared);
+bool isSoleUser(const SharedEndPoint* shared);
 
 // The room that one endpoint needs, with some to spare.
 size_t endPointRoom();
@@ -60,10 +70,13 @@ private:
 };
 
 template <typename Make>
-void* makeEndPoint(Make make) {
-    Room room(endPointRoom());
-    check(make(room.get()));
-    return room.release();
+SharedEndPoint* makeEndPoint(Make make) {
+    Room room(sizeof(SharedEndPoint) + endPointRoom());
+    auto* shared = static_cast<SharedEndPoint*>(room.get());
+    *shared = {1, shared + 1};
+    check(make(shared->object));
+    room.release();
+    return shared;
 }
 
 #endif

@@ -35,7 +35,7 @@ const std::map<std::string, std::function<void()>>& calls() {
     static const auto& error = static_cast<const ErrorMessage&>(static_cast<const BrivonMessage&>(message));
     static const std::map<std::string, std::function<void()>> all = {
         {"BrivonMessage5.dll EndPoint", [] { EndPoint().SetId("1"); }},
-        {"BrivonMessage5.dll EndPoint-copy", [] { EndPoint copy(one); }},
+        {"BrivonMessage5.dll EndPoint-copy", [] { EndPoint(one).SetId("copy"); }},
         {"BrivonMessage5.dll EndPoint-assign", [] { one = other; }},
         {"BrivonMessage5.dll SetId", [] { one.SetId("1"); }},
         {"BrivonMessage5.dll GetId", [] { one.GetId(text); }},
