@@ -19,19 +19,13 @@ foreach(type RELEASE RELWITHDEBINFO MINSIZEREL)
 endforeach()
 
 add_library(compile-options INTERFACE)
-if(MSVC)
-    target_compile_options(compile-options INTERFACE /W4 /WX /EHsc /utf-8 /permissive-
-        # __FILE__ is the path within the repository on every machine.
-        "/d1trimfile:${CMAKE_SOURCE_DIR}\\")
-else()
-    target_compile_options(compile-options INTERFACE
-        -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast -Woverloaded-virtual
-        -Wnon-virtual-dtor -Wformat=2 -Werror
-        # GCC 12 sees uninitialised members in every moved std::variant.
-        $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>
-        # __FILE__, which assertions and diagnostic lines show, is the path within the repository on every machine.
-        "-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=")
-endif()
+target_compile_options(compile-options INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast -Woverloaded-virtual
+    -Wnon-virtual-dtor -Wformat=2 -Werror
+    # GCC 12 sees uninitialised members in every moved std::variant.
+    $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>
+    # __FILE__, which assertions and diagnostic lines show, is the path within the repository on every machine.
+    "-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=")
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND NOT WIN32)
     # Unique symbols would keep a module half-loaded after the last environment that used it has ended.
     target_compile_options(compile-options INTERFACE -fno-gnu-unique)

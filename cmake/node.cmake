@@ -31,19 +31,11 @@ function(brivon_node name host)
     list(JOIN exports "\n" exports)
     file(CONFIGURE OUTPUT "${definition}" CONTENT "LIBRARY \"${host}\"\nEXPORTS\n${exports}\n")
     target_sources(${name} INTERFACE "${CMAKE_SOURCE_DIR}/platform/windows/host_import_hook.cpp")
-    if(MSVC)
-        set(import "${CMAKE_BINARY_DIR}/${name}.lib")
-        add_custom_command(OUTPUT "${import}" DEPENDS "${definition}" VERBATIM
-            COMMAND "${CMAKE_AR}" /nologo "/def:${definition}" "/out:${import}" /machine:x64)
-        target_link_libraries(${name} INTERFACE "${import}" delayimp)
-        target_link_options(${name} INTERFACE "/DELAYLOAD:${host}")
-    else()
-        set(import "${CMAKE_BINARY_DIR}/lib${name}.a")
-        add_custom_command(OUTPUT "${import}" DEPENDS "${definition}" VERBATIM
-            WORKING_DIRECTORY "${CMAKE_BINARY_DIR}" # names within the library are made of the path that is given
-            COMMAND "${CMAKE_DLLTOOL}" -d "${name}.def" -y "lib${name}.a" -D "${host}")
-        target_link_libraries(${name} INTERFACE "${import}" delayimp)
-    endif()
+    set(import "${CMAKE_BINARY_DIR}/lib${name}.a")
+    add_custom_command(OUTPUT "${import}" DEPENDS "${definition}" VERBATIM
+        WORKING_DIRECTORY "${CMAKE_BINARY_DIR}" # names within the library are made of the path that is given
+        COMMAND "${CMAKE_DLLTOOL}" -d "${name}.def" -y "lib${name}.a" -D "${host}")
+    target_link_libraries(${name} INTERFACE "${import}" delayimp)
     add_custom_target(${name}-import DEPENDS "${import}")
     add_dependencies(${name} ${name}-import)
 endfunction()

@@ -11,7 +11,9 @@
 #include <stddef.h>
 #include <stdint.h>
 
-#if !defined(_WIN32)
+#if defined(BRIVON_LINKED_IN) // the classes are part of the program itself
+#define BRIVON_CONTROL_API
+#elif !defined(_WIN32)
 #define BRIVON_CONTROL_API __attribute__((visibility("default")))
 #elif defined(BRIVON_CONTROL_BUILD)
 #define BRIVON_CONTROL_API __declspec(dllexport)

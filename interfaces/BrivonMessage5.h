@@ -15,7 +15,9 @@
 #include <stddef.h>
 #include <stdint.h>
 
-#if !defined(_WIN32)
+#if defined(BRIVON_LINKED_IN) // the classes are part of the program itself
+#define BRIVON_MESSAGE5_API
+#elif !defined(_WIN32)
 #define BRIVON_MESSAGE5_API __attribute__((visibility("default")))
 #elif defined(BRIVON_MESSAGE5_BUILD)
 #define BRIVON_MESSAGE5_API __declspec(dllexport)

@@ -16,9 +16,5 @@ FARPROC WINAPI bindToHost(unsigned notification, DelayLoadInfo* info) {
 } // namespace
 
 extern "C" {
-#if defined(_MSC_VER)
-extern const PfnDliHook __pfnDliNotifyHook2 = bindToHost;
-#else
 PfnDliHook __pfnDliNotifyHook2 = bindToHost;
-#endif
 }

@@ -4,6 +4,7 @@
 
 const assert = require('node:assert/strict');
 const { execFileSync } = require('node:child_process');
+const fs = require('node:fs');
 const path = require('node:path');
 const { test } = require('node:test');
 
@@ -12,7 +13,7 @@ const { root } = require('../support/support');
 const run = (tool, ...args) => execFileSync(tool, args, { encoding: 'utf8', maxBuffer: 1 << 28 });
 const read = (tool, ...args) => run(`x86_64-w64-mingw32-${tool}`, ...args);
 const built = (platform, name) => path.join(root, 'build', platform, name);
-const firsts = (text, pattern) => [...text.matchAll(pattern)].map(([, name]) => name).sort();
+const firsts = (text, pattern) => [...new Set([...text.matchAll(pattern)].map(([, name]) => name))].sort();
 const windowsModule = built('win32-x64', 'BrivonJS.node');
 
 test('the module exports its registration, which is data, and nothing else', () => {
@@ -32,6 +33,21 @@ test('libraries are found beside the module, and are those of the contracts and 
         ['BrivonControl.dll', 'KERNEL32.dll msvcrt.dll'],
     ])
         assert.equal(firsts(read('objdump', '-p', built('win32-x64', name)), /DLL Name: (\S+)/g).join(' '), imports);
+});
+
+test('the module imports from the closed libraries what the build lists, and the stand-ins have all of it', () => {
+    const tables = read('objdump', '-p', windowsModule).split(/\tDLL Name: /);
+    const listed = JSON.parse(fs.readFileSync(built('win32-x64', 'imports.json'), 'utf8'));
+    assert.deepEqual(Object.keys(listed), ['BrivonMessage5.dll', 'BrivonControl.dll']);
+    for (const [library, names] of Object.entries(listed)) {
+        const table = tables.find((text) => text.startsWith(`${library}\n`));
+        assert.deepEqual(firsts(table, /^\t[0-9a-f]+\t +\d+ +(\S+)$/gm), names.toSorted());
+        const exported = firsts(read('objdump', '-p', built('win32-x64', library)), /^\t\[ +\d+\] (\S+)$/gm);
+        assert.deepEqual(
+            names.filter((name) => !exported.includes(name)),
+            [],
+        );
+    }
 });
 
 test('the host’s functions are bound late on Windows: N-API, three of libuv, and nothing else', () => {

@@ -93,7 +93,13 @@ static void holdUp() {
     hold = Idle;
 }
 
-ENDPOINT_TEXT(Id, )
+// A snapshot is taken meanwhile: an endpoint is copied, or at least its id is asked for.
+static void goOn() {
+    const std::lock_guard lock(mutex);
+    proceed(Held, Copied, " copied");
+}
+
+ENDPOINT_TEXT(Id, goOn())
 ENDPOINT_TEXT(AppId, holdUp())
 ENDPOINT_TEXT(AppVersion, )
 TEXT(BrivonMessage, Type, , )
@@ -107,8 +113,7 @@ EndPoint::EndPoint()
     : fields_(newFields()) {}
 EndPoint::EndPoint(const EndPoint& other)
     : fields_(other.fields_) {
-    const std::lock_guard lock(mutex);
-    proceed(Held, Copied, " copied");
+    goOn();
 }
 EndPoint& EndPoint::operator=(const EndPoint&) = default;
 EndPoint::~EndPoint() = default;

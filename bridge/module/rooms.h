@@ -1,0 +1,82 @@
+// Rooms for the library's objects. The contract tells less than their size: what it declares is what a program may
+// touch.
+#ifndef BRIDGE_ROOMS_H
+#define BRIDGE_ROOMS_H
+
+#include "crossing.h"
+
+// Memory for one object or several. Throws std::bad_alloc.
+class Room {
+public:
+    explicit Room(size_t size);
+    ~Room() { free(memory_); }
+    Room(const Room&) = delete;
+    Room& operator=(const Room&) = delete;
+
+    void* get() const { return memory_; }
+    void* release();
+
+private:
+    void* memory_;
+};
+
+// Far more than a message can need, whose fields are texts and lists kept elsewhere.
+constexpr size_t kMessageRoom = 4096;
+
+// An endpoint of the library's, with the number of those on our side that share it. A program copies endpoints much
+// more often than it changes them, and each copy of the library's costs some calls and some memory.
+struct SharedEndPoint {
+    unsigned users; // 0: the object is a part of something of the library's, and is copied rather than shared
+    void* object;
+};
+
+// Made in a room of its own by the given function; releaseEndPoint() ends each use.
+template <typename Make>
+SharedEndPoint* makeEndPoint(Make make);
+SharedEndPoint* useEndPoint(SharedEndPoint* shared);
+SharedEndPoint* copyEndPoint(const void* object);
+void releaseEndPoint(SharedEndPoint* shared);
+bool isSoleUser(const SharedEndPoint* shared);
+
+// The room that one endpoint needs, with some to spare.
+size_t endPointRoom();
+
+// From one endpoint to the next in an array of the library's. Certain once an array of two or more has been seen; until
+// then it is what an endpoint has been seen to use.
+size_t endPointDistance();
+// Takes it from such an array.
+void learnEndPointDistance(const void* array, size_t count);
+
+// Endpoints of the library's beside each other, as its functions take them.
+class EndPointArray {
+public:
+    explicit EndPointArray(size_t count);
+    ~EndPointArray();
+    EndPointArray(const EndPointArray&) = delete;
+    EndPointArray& operator=(const EndPointArray&) = delete;
+
+    // The next one is made in its place by the given function.
+    template <typename Make>
+    void add(Make make) {
+        check(make(at(made_)));
+        ++made_;
+    }
+    void* at(size_t index) const { return static_cast<char*>(room_.get()) + index * distance_; }
+
+private:
+    size_t distance_;
+    Room room_;
+    size_t made_ = 0;
+};
+
+template <typename Make>
+SharedEndPoint* makeEndPoint(Make make) {
+    Room room(sizeof(SharedEndPoint) + endPointRoom());
+    auto* shared = static_cast<SharedEndPoint*>(room.get());
+    *shared = {1, shared + 1};
+    check(make(shared->object));
+    room.release();
+    return shared;
+}
+
+#endif

@@ -1,0 +1,250 @@
+'use strict';
+
+// The module on the libraries of a second vendor (vendor/), which were made for the Microsoft interface with nothing of
+// ours. The folder of the module says in which variant they are.
+
+const assert = require('node:assert/strict');
+const fs = require('node:fs');
+const path = require('node:path');
+const { test } = require('node:test');
+
+const {
+    buildDirectory,
+    CallLog,
+    collectUntil,
+    endedAbnormally,
+    root,
+    runScript,
+    temporaryFolder,
+} = require('../support/support');
+
+const variant = process.env.VENDOR ?? 'within';
+const folder = path.join(buildDirectory, 'test', 'vendor', variant);
+process.env.BRIVONJS_MODULE = path.join(folder, 'BrivonJS.node');
+// What the variant with a run-time library of its own loads as that.
+if (variant === 'within')
+    fs.copyFileSync(
+        path.join(process.env.SystemRoot, 'System32', 'msvcrt.dll'),
+        path.join(folder, 'vendor_runtime.dll'),
+    );
+
+const { BrivonAdapter, BrivonControlAdapter, _setLibraryPath } = require('../../lib');
+const vendor = require(path.join(folder, 'vendor.node'));
+
+const [messaging, control] = ['BrivonMessage5.dll', 'BrivonControl.dll'];
+const report = (library) => JSON.parse(vendor.report(library));
+// What the vendor notes of a call; texts and objects are left out where they do not matter.
+const noted = (call, library = messaging) => {
+    report(library);
+    call();
+    return report(library)
+        .calls.replaceAll(/ ?\b((Get|Set)(Id|AppId|AppVersion)(Size)?|EndPoint(-\w+)?)(?= |$)/g, '')
+        .trim();
+};
+// What there is of the vendor's, apart from calls.
+const held = (library) => ({ ...report(library), calls: undefined });
+const kinds = {
+    standard: 'thrown by the vendor',
+    other: 'something',
+    object: 'something',
+    nested: 'nested by the vendor',
+    rethrown: 'rethrown by the vendor',
+};
+
+// The first adapter that is collected silences all.
+const kept = (globalThis.kept = []);
+
+// Before any list of two endpoints has been seen.
+test('destinations lie where the vendor looks for them', () => {
+    for (const count of [0, 1, 50])
+        assert.deepEqual(vendor.destinations(count), [...Array(count).keys()].map(String), `${count}`);
+});
+
+test('construction waits for the vendor, and calls it in order', () => {
+    for (const [name, value] of Object.entries({ notYet: 1, notReady: 3, refreshing: 2, endpoints: 1 }))
+        vendor.order(messaging, `set ${name} ${value}`);
+    assert.equal(
+        noted(() => (globalThis.adapter = new BrivonAdapter('a', '1', 'app'))),
+        'SetConfig GetInstance GetInstance IsReady IsReady IsReady IsReady RegisterEndPointsCallback IsReady ' +
+            'RefreshEndPoints GetSelfEndPoint GetEndPoints ReleaseEndPoints IsRefreshing IsRefreshing IsRefreshing IsRefreshing',
+    );
+    for (const [name, count] of [
+        ['notReady', 22],
+        ['refreshing', 22],
+    ]) {
+        vendor.order(messaging, `set ${name} 100`);
+        const calls = noted(() => kept.push(new BrivonAdapter('a', '1'))).split(' ');
+        assert.equal(calls.filter((call) => call === (name === 'notReady' ? 'IsReady' : 'IsRefreshing')).length, count);
+        vendor.order(messaging, `set ${name} 0`);
+    }
+});
+
+test('endpoints, snapshots and sends are the vendor’s, from 0 to 50 destinations', () => {
+    const { adapter } = globalThis;
+    const ids = (count) => [...Array(count).keys()];
+    for (const count of [1, 0, 50, 2]) {
+        vendor.order(messaging, `set endpoints ${count}`);
+        adapter.forceRefreshEndpoints();
+        const all = ids(count).map((id) => `{app,,${id}}`);
+        assert.deepEqual([adapter.getEndpoints(), adapter.getEndpointCacheSnapshot()], [all, all]);
+        const sent = noted(() => adapter.sendMessage('t', 'payload', '', '', ''));
+        const set = count > 0 ? 'SetDestinations ' : '';
+        const list = ids(count).map((id) => `${id},`);
+        assert.equal(
+            sent,
+            `SuiteMessage SetSource SetPayload ${set}Send:brivon.SuiteMessage.t:payload:${list.join('')}`,
+        );
+    }
+    assert.equal(adapter.getSelfEndpoint(), '{,,self}');
+    assert.match(
+        noted(() => adapter.sendMessage('t', 'p', 'x', '1', 'named')),
+        /Send:brivon.SuiteMessage.t:p:named,$/,
+    );
+});
+
+test('deliveries and errors come from the vendor’s threads', async () => {
+    const [messages, errors] = [new CallLog(), new CallLog()];
+    const { adapter } = globalThis;
+    adapter.addMessageListener(messages.callback);
+    adapter.addErrorListener(errors.callback);
+    vendor.order(messaging, 'deliver 2 brivon.SuiteMessage.t payload');
+    vendor.order(messaging, 'deliver 1 brivon.ErrorMessage fault');
+    const message = ['brivon.SuiteMessage.t', 'payload', 'sender', '1.0', 'sender-1'];
+    assert.deepEqual(await messages.atLeast(2), [message, message]);
+    assert.deepEqual(await errors.atLeast(1), [['brivon.ErrorMessage', 'an error', 'fault']]);
+    assert.equal(
+        noted(() => adapter.removeAllListeners()),
+        'RemoveMessageListener RemoveErrorListener',
+    );
+});
+
+test('queries and launches are answered by the vendor, and what it hands out goes back', async () => {
+    _setLibraryPath('folder');
+    const adapter = (globalThis.control = new BrivonControlAdapter());
+    assert.match(report(control).calls, /^SetConfigEx:folder SetConfig GetInstance$/);
+    const queries = ['isAppInstalled', 'isAppRunning', 'isAppRunningByName', 'getAppPath', 'getProcessId'];
+    assert.deepEqual(
+        queries.map((query) => adapter[query]('a')),
+        [true, true, true, 'a', -7],
+    );
+    assert.deepEqual(
+        [adapter.getAppPath(''), adapter.getAppVersion('no file'), adapter.getSpecifiers()],
+        ['', null, ['first', 'second']],
+    );
+    assert.deepEqual(await new Promise((resolve) => adapter.launchApp('a', true, 'x', (...all) => resolve(all))), [
+        undefined,
+        true,
+    ]);
+    assert.deepEqual(held(control), { calls: undefined, exceptions: 0, locals: 0, texts: 0, lists: 0 });
+});
+
+test('every function may throw anything: it arrives, every local is destroyed and every exception freed', () => {
+    for (const name of vendor.names()) {
+        const [library, operation] = name.split(' ');
+        assert.equal(vendor.attempt(name), 'nothing', name);
+        for (const [kind, thrown] of Object.entries(kinds)) {
+            vendor.order(library, `throw ${operation} ${kind}`);
+            assert.equal(vendor.attempt(name), thrown, `${name}, ${kind}`);
+            const { exceptions, locals } = report(library);
+            assert.deepEqual([exceptions, locals], [0, 0], `${name}, ${kind}`);
+        }
+        vendor.order(library, 'throw - -');
+    }
+});
+
+const launch = (adapter) => new Promise((resolve) => adapter.launchApp('a', true, '', (...all) => resolve(all)));
+
+test('a standard exception of a launch is its callback’s error, thousands of times on the threads of the pool', async () => {
+    for (const kind of ['standard', 'nested', 'rethrown']) {
+        vendor.order(control, `throw LaunchApp ${kind}`);
+        for (let round = 0; round < 40; ++round) {
+            const ended = await Promise.all(Array.from({ length: 100 }, () => launch(globalThis.control)));
+            for (const [error, ...others] of ended) assert.deepEqual([error.message, others], [kinds[kind], []]);
+            report(control);
+        }
+    }
+    vendor.order(control, 'throw - -');
+    const { exceptions, locals } = report(control);
+    assert.deepEqual([exceptions, locals], [0, 0]);
+});
+
+test('the endpoints callback throws back into the vendor, in the vendor’s way', () => {
+    for (const [kind, text] of Object.entries({ ...kinds, other: '', object: '' })) {
+        vendor.order(messaging, `throw GetSelfEndPoint ${kind}`);
+        const calls = noted(() => globalThis.adapter.forceRefreshEndpoints());
+        assert.ok(calls.includes(text === '' ? ' caught' : ` caught:${text}`), calls);
+    }
+    vendor.order(messaging, 'throw - -');
+    const { exceptions, locals } = report(messaging);
+    assert.deepEqual([exceptions, locals], [0, 0]);
+});
+
+test('an exception is a line of the log in construction and in a delivery, and ends the process elsewhere', async () => {
+    const script = (body) => `
+        const { BrivonAdapter, BrivonControlAdapter } = require(root + '/lib');
+        const vendor = require(${JSON.stringify(path.join(folder, 'vendor.node'))});
+        const order = (text, library = '${messaging}') => vendor.order(library, text);
+        ${body} process.exit(0);`;
+    const logged = await runScript(
+        script(`
+        order('throw IsReady nested');
+        const adapter = new BrivonAdapter('a', '1');
+        order('throw GetAppId other');
+        adapter.addMessageListener(() => {});
+        order('deliver 1 brivon.SuiteMessage.t x');`),
+    );
+    assert.equal(logged.code, 0, logged.stderr);
+    assert.match(
+        logged.stdout,
+        /WARNING Likely fatal exception in construction .*\r?\n.*EXCEPTION in BrivonAdapter::Receive /,
+    );
+    for (const body of [
+        `const adapter = new BrivonAdapter('a', '1'); order('throw Send standard'); adapter.sendMessage('t', 'p');`,
+        `order('throw IsAppInstalled other', '${control}'); new BrivonControlAdapter().isAppInstalled('a');`,
+    ])
+        assert.ok(endedAbnormally(await runScript(script(body))), body);
+});
+
+test('100,000 lists, sends and deliveries leave nothing behind, and a collected adapter lets go', async () => {
+    let heard = 0;
+    const { adapter } = globalThis;
+    adapter.addMessageListener(() => ++heard);
+    const round = async (count) => {
+        for (let left = count; left > 0; left -= 1000) {
+            for (let i = 0; i < 1000; ++i) {
+                adapter.getEndpoints();
+                adapter.sendMessage('t', 'p');
+            }
+            const wanted = heard + 1000;
+            vendor.order(messaging, 'deliver 1000 brivon.SuiteMessage.t payload');
+            while (heard < wanted) await new Promise((resolve) => setImmediate(resolve));
+        }
+        return { ...held(messaging), memory: process.memoryUsage().rss };
+    };
+    await round(30000);
+    const before = await round(10000);
+    const { memory, ...after } = await round(100000);
+    assert.deepEqual({ ...after, memory: before.memory }, before);
+    assert.ok(memory - before.memory < 16 << 20, `${memory - before.memory} bytes more`);
+    (() => new BrivonAdapter('a', '1'))();
+    report(messaging);
+    let calls = '';
+    await collectUntil(() => (calls += report(messaging).calls).includes('ReleaseInstance'));
+    assert.match(calls, /UnregisterEndPointsCallback (.* )?ReleaseInstance/);
+});
+
+test('a library for another processor, or a file that is no library, is an error that names the module’s file', async (t) => {
+    for (const [name, wrong] of [
+        [messaging, path.join(root, 'build', 'win32-x64', 'test', 'samples', 'plain.ia32.exe')],
+        [control, __filename],
+    ]) {
+        const copies = temporaryFolder(t);
+        for (const file of [messaging, control, 'BrivonJS.node'])
+            fs.copyFileSync(file === name ? wrong : path.join(folder, file), path.join(copies, file));
+        const BRIVONJS_MODULE = path.join(copies, 'BrivonJS.node');
+        const script = `try { require(root + '/lib'); } catch (error) { console.log(error.code, error.message); }`;
+        const { code, stdout } = await runScript(script, { env: { BRIVONJS_MODULE } });
+        assert.equal(code, 0);
+        assert.ok(stdout.startsWith(`ERR_DLOPEN_FAILED brivonjs cannot load ${BRIVONJS_MODULE}: `), stdout);
+    }
+});

@@ -1,0 +1,328 @@
+// The second vendor's messaging library, made from the contract alone. An endpoint is larger than the contract shows,
+// keeps its texts in memory that setters allocate, and has members that only a setter writes; every use of one that is
+// no endpoint ends the process. Its numbers: "endpoints" are listed, "notYet", "notReady" and "refreshing" are answered
+// that many times. Its order "deliver COUNT TYPE PAYLOAD" has a thread hand messages to the listeners.
+#include "BrivonMessage5.h"
+#include "vendor.h"
+
+namespace kesta::brivon::api5 {
+namespace {
+
+constexpr size_t kCanary = 0x123456789ABCDEF0;
+
+struct Fields {
+    explicit Fields(char* itsType)
+        : type(itsType) {}
+    ~Fields() {
+        freeText(type);
+        freeText(payload);
+        delete[] destinations;
+    }
+    char *type = nullptr, *payload = nullptr;
+    EndPoint source;
+    EndPoint* destinations = nullptr;
+    size_t count = 0;
+};
+
+Fields& in(void* fields) {
+    return *static_cast<Fields*>(fields);
+}
+
+char* replace(char* old, const char* text) {
+    freeText(old);
+    return copyText(text);
+}
+size_t sizeOf(const char* text) {
+    return text == nullptr ? 1 : strlen(text) + 1;
+}
+void write(const char* text, char* to) {
+    memcpy(to, text == nullptr ? "" : text, sizeOf(text));
+}
+
+void verify(size_t canary) {
+    if (canary != kCanary)
+        __builtin_trap();
+}
+
+bool countDown(const char* name) {
+    const long left = number(name);
+    if (left > 0)
+        setNumber(name, left - 1);
+    return left > 0;
+}
+
+} // namespace
+
+#define ENDPOINT_TEXT(Name, index)                                                                                     \
+    void EndPoint::Set##Name(const char* text) {                                                                       \
+        const Call call("Set" #Name);                                                                                  \
+        verify(canary_);                                                                                               \
+        texts_[index] = replace(texts_[index], text);                                                                  \
+        late_[1] = static_cast<size_t>(texts_[index][0]);                                                              \
+    }                                                                                                                  \
+    size_t EndPoint::Get##Name##Size() const {                                                                         \
+        const Call call("Get" #Name "Size");                                                                           \
+        verify(canary_);                                                                                               \
+        return sizeOf(texts_[index]);                                                                                  \
+    }                                                                                                                  \
+    void EndPoint::Get##Name(char* to) const {                                                                         \
+        const Call call("Get" #Name);                                                                                  \
+        write(texts_[index], to);                                                                                      \
+    }
+ENDPOINT_TEXT(Id, 0)
+ENDPOINT_TEXT(AppId, 1)
+ENDPOINT_TEXT(AppVersion, 2)
+
+EndPoint::EndPoint()
+    : texts_{}
+    , canary_(kCanary) {
+    const Call call("EndPoint");
+}
+EndPoint::EndPoint(const EndPoint& other)
+    : texts_{}
+    , canary_(kCanary) {
+    const Call call("EndPoint-copy");
+    verify(other.canary_);
+    for (int i = 0; i < 3; ++i)
+        texts_[i] = other.texts_[i] == nullptr ? nullptr : copyText(other.texts_[i]);
+}
+EndPoint& EndPoint::operator=(const EndPoint& other) {
+    const Call call("EndPoint-assign");
+    verify(canary_);
+    verify(other.canary_);
+    for (int i = 0; i < 3 && this != &other; ++i) {
+        freeText(texts_[i]);
+        texts_[i] = other.texts_[i] == nullptr ? nullptr : copyText(other.texts_[i]);
+    }
+    return *this;
+}
+EndPoint::~EndPoint() {
+    verify(canary_);
+    canary_ = 0;
+    for (char* text : texts_)
+        freeText(text);
+}
+
+#define TEXT(Class, Name, value)                                                                                       \
+    size_t Class::Get##Name##Size() const {                                                                            \
+        const Call call("Get" #Name "Size");                                                                           \
+        return sizeOf(value);                                                                                          \
+    }                                                                                                                  \
+    void Class::Get##Name(char* to) const {                                                                            \
+        const Call call("Get" #Name);                                                                                  \
+        write(value, to);                                                                                              \
+    }
+TEXT(BrivonMessage, Type, in(fields_).type)
+TEXT(BrivonMessage, AppId, "sender")
+TEXT(BrivonMessage, AppVersion, "1.0")
+TEXT(SuiteMessage, Payload, in(fields_).payload)
+TEXT(ErrorMessage, Error, "an error")
+TEXT(ErrorMessage, Fault, in(fields_).payload)
+
+BrivonMessage::BrivonMessage(const char* type)
+    : fields_(nullptr) {
+    const Call call("SuiteMessage");
+    fields_ = new Fields(copyText(type));
+}
+BrivonMessage::~BrivonMessage() {
+    delete &in(fields_);
+}
+const char* const SuiteMessage::TYPE_PREFIX = "brivon.SuiteMessage.";
+const char* const ErrorMessage::TYPE = "brivon.ErrorMessage";
+SuiteMessage::SuiteMessage(const char* type)
+    : BrivonMessage(type) {}
+SuiteMessage::~SuiteMessage() {}
+void SuiteMessage::SetSource(const EndPoint& source) {
+    const Call call("SetSource");
+    in(fields_).source = source;
+}
+EndPoint SuiteMessage::GetSource() const {
+    const Call call("GetSource");
+    return in(fields_).source;
+}
+void SuiteMessage::SetDestinations(const EndPoint* destinations, size_t count) {
+    const Call call("SetDestinations");
+    Fields& fields = in(fields_);
+    delete[] fields.destinations;
+    fields.destinations = new EndPoint[count];
+    for (fields.count = 0; fields.count < count; ++fields.count)
+        fields.destinations[fields.count] = destinations[fields.count];
+}
+size_t SuiteMessage::GetDestinationCount() const {
+    const Call call("GetDestinationCount");
+    return in(fields_).count;
+}
+void SuiteMessage::GetDestinations(EndPoint* destinations) const {
+    const Call call("GetDestinations");
+    for (size_t i = 0; i < in(fields_).count; ++i)
+        destinations[i] = in(fields_).destinations[i];
+}
+void SuiteMessage::SetPayload(const char* payload) {
+    const Call call("SetPayload");
+    in(fields_).payload = replace(in(fields_).payload, payload);
+}
+IBrivonMessageListener::IBrivonMessageListener() {
+    const Call call("Listener");
+}
+
+namespace {
+
+struct Incoming final : SuiteMessage {
+    Incoming(const char* type, const char* payload)
+        : SuiteMessage(type) {
+        SetPayload(payload);
+        in(fields_).source.SetId("sender-1");
+        in(fields_).source.SetAppId("sender");
+    }
+    ~Incoming() override {}
+};
+
+struct Opened : SuiteMessage {
+    static Fields& of(const SuiteMessage& message) { return in(message.*(&Opened::fields_)); }
+};
+
+class Dispatcher final : public IBrivonMessageDispatcher {
+public:
+    void Reserved0() override { __builtin_trap(); }
+    BrivonMessageErrorCode Send(const SuiteMessage& message) override {
+        const Fields& sent = Opened::of(message);
+        char detail[2048];
+        size_t end = static_cast<size_t>(sprintf(detail, ":%s:%s:", sent.type, sent.payload));
+        for (size_t i = 0; i < sent.count && end < sizeof detail - 32; ++i) {
+            sent.destinations[i].GetId(detail + end);
+            end += strlen(detail + end);
+            detail[end++] = ',';
+            detail[end] = '\0';
+        }
+        const Call call("Send", detail);
+        return BrivonMessageErrorCode_Success;
+    }
+    void AddMessageListener(IBrivonMessageListener* listener) override {
+        const Call call("AddMessageListener");
+        messages_ = listener;
+    }
+    void RemoveMessageListener(IBrivonMessageListener* listener) override {
+        const Call call("RemoveMessageListener");
+        messages_ = messages_ == listener ? nullptr : messages_;
+    }
+    void AddErrorListener(IBrivonMessageListener* listener) override {
+        const Call call("AddErrorListener");
+        errors_ = listener;
+    }
+    void RemoveErrorListener(IBrivonMessageListener* listener) override {
+        const Call call("RemoveErrorListener");
+        errors_ = errors_ == listener ? nullptr : errors_;
+    }
+    void RegisterEndPointsCallback(EndPointsCallback callback, void* context) override {
+        const Call call("RegisterEndPointsCallback");
+        *find(nullptr, nullptr) = {callback, context};
+    }
+    void UnregisterEndPointsCallback(EndPointsCallback callback, void* context) override {
+        Registered* registered = find(callback, context);
+        const Call call("UnregisterEndPointsCallback", registered != nullptr ? "" : ":unknown");
+        if (registered != nullptr)
+            *registered = {};
+    }
+    // What the callback throws is noted, by its text.
+    void RefreshEndPoints() override {
+        const Call call("RefreshEndPoints");
+        try {
+            const Local local;
+            for (const Registered& registered : callbacks_) {
+                if (registered.callback != nullptr)
+                    registered.callback(registered.context);
+            }
+        } catch (const std::exception& exception) {
+            const Call caught("caught:", exception.what());
+        } catch (...) {
+            const Call caught("caught");
+        }
+    }
+    bool IsRefreshing() override {
+        const Call call("IsRefreshing");
+        return countDown("refreshing");
+    }
+    EndPoint GetSelfEndPoint() override {
+        const Call call("GetSelfEndPoint");
+        EndPoint self;
+        self.SetId("self");
+        return self;
+    }
+    bool IsReady() override {
+        const Call call("IsReady");
+        return !countDown("notReady");
+    }
+    void GetEndPoints(EndPoint** endPoints, size_t* count) override {
+        const Call call("GetEndPoints");
+        *count = static_cast<size_t>(number("endpoints"));
+        *endPoints = new EndPoint[*count];
+        for (size_t i = 0; i < *count; ++i) {
+            char id[16];
+            sprintf(id, "%d", static_cast<int>(i));
+            (*endPoints)[i].SetId(id);
+            (*endPoints)[i].SetAppId("app");
+        }
+        lists += *count > 0;
+    }
+    void ReleaseEndPoints(EndPoint* endPoints) override {
+        const Call call("ReleaseEndPoints");
+        delete[] endPoints;
+        --lists;
+    }
+
+    void deliver(long count, const char* type, const char* payload) {
+        for (; count > 0; --count) {
+            const Incoming message(type, payload);
+            IBrivonMessageListener* listener = strcmp(type, ErrorMessage::TYPE) == 0 ? errors_ : messages_;
+            if (listener != nullptr)
+                listener->Receive(message);
+        }
+    }
+
+private:
+    IBrivonMessageListener *messages_ = nullptr, *errors_ = nullptr;
+    struct Registered {
+        EndPointsCallback callback;
+        void* context;
+    } callbacks_[16] = {};
+    Registered* find(EndPointsCallback callback, void* context) {
+        for (Registered& registered : callbacks_) {
+            if (registered.callback == callback && registered.context == context)
+                return &registered;
+        }
+        return nullptr;
+    }
+} dispatcher;
+
+unsigned long deliver(void* order) {
+    long count = 0;
+    char type[128] = "", payload[128] = "";
+    sscanf(static_cast<const char*>(order), "deliver %ld %127s %127s", &count, type, payload);
+    dispatcher.deliver(count, type, payload);
+    return 0;
+}
+
+} // namespace
+
+BrivonMessageErrorCode IBrivonMessageDispatcher::SetConfig(const char*, const char*) {
+    const Call call("SetConfig");
+    return BrivonMessageErrorCode_Success;
+}
+BrivonMessageErrorCode IBrivonMessageDispatcher::GetInstance(IBrivonMessageDispatcher** result) {
+    const Call call("GetInstance");
+    if (countDown("notYet"))
+        return BrivonMessageErrorCode_NotYetAvailable;
+    *result = &dispatcher;
+    return BrivonMessageErrorCode_Success;
+}
+void IBrivonMessageDispatcher::ReleaseInstance() {
+    const Call call("ReleaseInstance");
+}
+
+} // namespace kesta::brivon::api5
+
+void ownOrder(const char* order) {
+    void* thread = CreateThread(nullptr, 0, kesta::brivon::api5::deliver, const_cast<char*>(order), 0, nullptr);
+    WaitForSingleObject(thread, 0xFFFFFFFF);
+    CloseHandle(thread);
+}
