@@ -29,7 +29,9 @@ const points = {
         send();`,
     'messages are queued': `${sending(10000)} keep.addMessageListener(() => {}); send();`,
 };
-const load = `const { BrivonAdapter, BrivonControlAdapter } = require(${JSON.stringify(path.join(root, 'lib'))}); let keep;`;
+// On globalThis, because an adapter that nothing else refers to would be collected, and fall silent.
+const load = `const { BrivonAdapter, BrivonControlAdapter } = require(${JSON.stringify(path.join(root, 'lib'))});
+    globalThis.keep = undefined;`;
 const later = (action) => `setTimeout(() => { ${action} }, 20);`;
 const exit = later('process.exit(7)');
 const beTerminated = `setInterval(() => {}, 1000); require('node:worker_threads').parentPort.postMessage('terminate me');`;
