@@ -181,6 +181,15 @@ struct Opened : SuiteMessage {
     static Fields& of(const SuiteMessage& message) { return in(message.*(&Opened::fields_)); }
 };
 
+#define LISTENERS(Kind, kept)                                                                                          \
+    void Add##Kind##Listener(IBrivonMessageListener* listener) override {                                              \
+        const Call call("Add" #Kind "Listener");                                                                       \
+        kept = listener;                                                                                               \
+    }                                                                                                                  \
+    void Remove##Kind##Listener(IBrivonMessageListener* listener) override {                                           \
+        const Call call("Remove" #Kind "Listener");                                                                    \
+        kept = kept == listener ? nullptr : kept;                                                                      \
+    }
 class Dispatcher final : public IBrivonMessageDispatcher {
 public:
     void Reserved0() override { __builtin_trap(); }
@@ -197,22 +206,8 @@ public:
         const Call call("Send", detail);
         return BrivonMessageErrorCode_Success;
     }
-    void AddMessageListener(IBrivonMessageListener* listener) override {
-        const Call call("AddMessageListener");
-        messages_ = listener;
-    }
-    void RemoveMessageListener(IBrivonMessageListener* listener) override {
-        const Call call("RemoveMessageListener");
-        messages_ = messages_ == listener ? nullptr : messages_;
-    }
-    void AddErrorListener(IBrivonMessageListener* listener) override {
-        const Call call("AddErrorListener");
-        errors_ = listener;
-    }
-    void RemoveErrorListener(IBrivonMessageListener* listener) override {
-        const Call call("RemoveErrorListener");
-        errors_ = errors_ == listener ? nullptr : errors_;
-    }
+    LISTENERS(Message, messages_)
+    LISTENERS(Error, errors_)
     void RegisterEndPointsCallback(EndPointsCallback callback, void* context) override {
         const Call call("RegisterEndPointsCallback");
         *find(nullptr, nullptr) = {callback, context};
