@@ -21,8 +21,9 @@ public:
     bool IsAppRunning(const char*) override { return false; }
     bool IsAppRunningByName(const char*) override { return false; }
     void GetAppPath(const char* specifier, char** path) override {
-        *path = new char[std::strlen(specifier) + 1];
-        std::strcpy(*path, specifier);
+        const std::size_t size = std::strlen(specifier) + 1;
+        *path = new char[size];
+        std::memcpy(*path, specifier, size);
     }
     void ReleaseAppPath(char* path) override {
         std::remove(path);

@@ -16,17 +16,13 @@ const prebuilt = path.join(installed, 'node_modules/brivonjs/prebuilds', `${proc
 
 // Each bundles an entry to a file, leaving out these packages.
 const bundlers = {
-    webpack: (entry, file, [external]) =>
-        promisify(require('webpack'))({
-            target: 'node',
-            entry,
-            output: { path: path.dirname(file), filename: path.basename(file) },
-            externals: external && { [external]: `commonjs ${external}` },
-        }),
+    webpack: (entry, file, externals) => {
+        const output = { path: path.dirname(file), filename: path.basename(file) };
+        return promisify(require('webpack'))({ target: 'node', entry, output, externals, externalsType: 'commonjs' });
+    },
     rollup: async (input, file, external) => {
         const plugins = [require('@rollup/plugin-node-resolve').default(), require('@rollup/plugin-commonjs')()];
-        const bundle = await require('rollup').rollup({ input, external, plugins });
-        await bundle.write({ file, format: 'cjs' });
+        await (await require('rollup').rollup({ input, external, plugins })).write({ file, format: 'cjs' });
     },
     esbuild: (entry, outfile, external) =>
         require('esbuild').build({ entryPoints: [entry], outfile, external, bundle: true, platform: 'node' }),
@@ -54,19 +50,19 @@ for (const [name, bundle] of Object.entries(bundlers)) {
 }
 
 const testing = fs.readFileSync(path.join(root, 'docs', 'testing.md'), 'utf8');
-const bin = (name) => path.join(__dirname, 'node_modules', name);
+const modules = path.join(__dirname, 'node_modules');
 
 // Each runs the block of the documentation whose first line names a file of its own.
 for (const [file, runner, args] of [
-    ['notes.vitest.test.mjs', bin('vitest/vitest.mjs'), ['run', '--pool', 'forks', '--globals']],
-    ['notes.jest.test.js', bin('jest/bin/jest.js'), ['--forceExit']],
+    ['notes.vitest.test.mjs', 'vitest/vitest.mjs', ['run', '--pool', 'forks', '--globals']],
+    ['notes.jest.test.js', 'jest/bin/jest.js', ['--forceExit']],
 ])
     test(file, async (t) => {
         const folder = temporaryFolder(t, installed);
         const [, block] = testing.match(new RegExp(`^\`\`\`\\w+\\n(// ${file}\\n[\\s\\S]*?)^\`\`\``, 'm'));
         fs.writeFileSync(path.join(folder, file), block);
         fs.writeFileSync(path.join(folder, 'package.json'), '{}');
-        const script = `process.chdir(${JSON.stringify(folder)}); import(${JSON.stringify(runner)});`;
+        const script = `process.chdir(${JSON.stringify(folder)}); import(${JSON.stringify(path.join(modules, runner))});`;
         const { code, stdout, stderr } = await runScript(script, { args, env: { BRIVONJS_MODULE: '', CI: 'true' } });
         assert.equal(code, 0, stdout + stderr);
         assert.match(stdout + stderr, /1 passed/);

@@ -1,14 +1,14 @@
 'use strict';
 
-// The client, on the scripted libraries; and a storm of questions, on the bus.
+// The client, on the scripted libraries.
 
 const assert = require('node:assert/strict');
-const { once } = require('node:events');
+const { getEventListeners, once } = require('node:events');
 const { afterEach, test } = require('node:test');
 
 const { control, messaging } = require('brivonjs/standins');
-const { applications, connect, ERROR_TYPE, launch, TYPE_PREFIX } = require('brivonjs/client');
-const { Endpoint, newBus, runScript, until } = require('../support/support');
+const { connect, ERROR_TYPE, launch, TYPE_PREFIX } = require('brivonjs/client');
+const { Endpoint, newBus, until } = require('../support/support');
 
 const configuration = { appId: 'notes', appVersion: '2.1', defaultAppId: 'calendar' };
 const client = connect(configuration);
@@ -16,20 +16,16 @@ const calendar = { id: '7', appId: 'calendar', appVersion: '3.0' };
 const odd = { id: '8', appId: 'mail', appVersion: '1,0' };
 messaging.setEndpoints([calendar, { ...calendar, id: '9', appVersion: '4.0' }, odd]);
 
-afterEach(
-    () => (client.removeAllListeners('message'), client.removeAllListeners('unreachable'), messaging.takeCalls()),
-);
+afterEach(() => (client.removeAllListeners('message'), messaging.takeCalls()));
 
-// What has been sent: { type, payload, ids of the destinations }.
+// What has been sent: [type, payload, ids of the destinations].
 const sent = () =>
     messaging
         .takeCalls()
         .filter(({ operation }) => operation === 'Send')
-        .map(({ arguments: [{ type, payload, destinations }] }) => ({
-            type: type.slice(TYPE_PREFIX.length),
-            payload,
-            ids: destinations.map(({ id }) => id).join(' '),
-        }));
+        .map(({ arguments: [{ type, payload, destinations }] }) => {
+            return [type.slice(TYPE_PREFIX.length), payload, destinations.map(({ id }) => id).join(' ')];
+        });
 const hear = (type, payload, source = calendar) =>
     messaging.deliver({ ...source, source, type: TYPE_PREFIX + type, payload });
 const fail = (fault) => messaging.deliver({ type: ERROR_TYPE, error: 'Destination unreachable', fault });
@@ -37,36 +33,22 @@ const fail = (fault) => messaging.deliver({ type: ERROR_TYPE, error: 'Destinatio
 test('messages go to whom they are meant for, as text or JSON, and to nobody by accident', () => {
     for (const [to, ids, ifUnknown] of [
         [undefined, '7 9'],
-        ['calendar', '7 9'],
-        [{ appId: 'calendar', appVersion: '4.0' }, '9'],
-        [{ appVersion: '3.0' }, '7'],
+        [{ appVersion: '4.0' }, '9'],
         [{ appId: 'x', appVersion: '1', id: '2' }, '2'],
         [odd, '8'],
-        ['x', '', 'everyone'],
         [{ appId: 'calendar', appVersion: '5' }, '', 'everyone'],
     ]) {
         client.send('t', { a: 1 }, { to, ifUnknown });
-        assert.deepEqual(sent(), [{ type: 't', payload: '{"a":1}', ids }]);
+        assert.deepEqual(sent(), [['t', '{"a":1}', ids]]);
     }
     client.broadcast('t', 'text');
-    assert.deepEqual(sent(), [{ type: 't', payload: 'text', ids: '' }]);
-
-    const unknown = 'ERR_BRIVONJS_UNKNOWN_TARGET';
-    const invalid = 'ERR_INVALID_ARG_VALUE';
+    assert.deepEqual(sent(), [['t', 'text', '']]);
     for (const [code, call] of [
-        [unknown, () => client.send('t', '', { to: 'x' })],
-        [unknown, () => client.send('t', '', { to: 'mail' })],
-        [unknown, () => client.send('t', '', { to: { appId: 'calendar', appVersion: '5' } })],
-        [invalid, () => client.send('t', '', { to: { appId: 'x', id: '2' } })],
-        [invalid, () => client.send('t', '', { ifUnknown: 'drop' })],
-        [invalid, () => client.send('t', '', { too: 'x' })],
-        [invalid, () => client.send('', '')],
-        [invalid, () => client.send('t', 5)],
-        [invalid, () => client.send('t\0', '')],
-        [invalid, () => client.send('t', 'a\0b')],
-        [invalid, () => client.handle('t')],
-        [invalid, () => client.messages({ limit: 0 })],
-        [invalid, () => connect({ appId: '', appVersion: '' })],
+        ['ERR_BRIVONJS_UNKNOWN_TARGET', () => client.send('t', '', { to: 'x' })],
+        ['ERR_BRIVONJS_UNKNOWN_TARGET', () => client.send('t', '', { to: 'mail' })],
+        ['ERR_INVALID_ARG_VALUE', () => client.send('t', '', { to: { appId: 'x', id: '2' } })],
+        ['ERR_INVALID_ARG_VALUE', () => client.send('t', '', { too: 'x' })],
+        ['ERR_INVALID_ARG_VALUE', () => client.send('t', 'a\0b')],
         ['ERR_BRIVONJS_TOO_LARGE', () => client.broadcast('t', 'x'.repeat(32 << 20))],
         ['ERR_BRIVONJS_CONNECTED', () => connect({ ...configuration, appVersion: '3' })],
     ])
@@ -77,8 +59,7 @@ test('messages go to whom they are meant for, as text or JSON, and to nobody by 
 test('what arrives is told with its parts, and what a listener throws is an error event', async () => {
     const heard = [];
     client.on('message', (message) => heard.push(message));
-    hear('t', '[1]');
-    hear('t', 'not {json}');
+    for (const text of ['[1]', 'not {json}']) hear('t', text);
     await until(() => heard.length === 2);
     const rest = { type: 't', fullType: `${TYPE_PREFIX}t`, source: calendar };
     assert.deepEqual(heard, [
@@ -98,18 +79,16 @@ test('what arrives is told with its parts, and what a listener throws is an erro
 
 test('a loop over messages reads those of a type, and ends when too many wait, or when it is told to', async () => {
     const controller = new AbortController();
-    const [few, ended] = [
-        client.messages({ type: 'wanted', limit: 2 }),
-        client.messages({ signal: controller.signal }),
-    ];
+    const few = client.messages({ type: 'wanted', limit: 2 });
+    const ended = client.messages({ signal: controller.signal });
     let count = 0;
     client.on('message', () => ++count);
     for (const type of ['wanted', 'other', 'wanted', 'wanted']) hear(type, '');
     await until(() => count === 4);
     const read = [];
-    const reading = (async () => {
+    const reading = async () => {
         for await (const { type } of few) read.push(type);
-    })();
+    };
     await assert.rejects(reading, { code: 'ERR_BRIVONJS_OVERFLOW' });
     assert.deepEqual(read, ['wanted', 'wanted']);
     assert.equal((await ended.next()).value.type, 'wanted');
@@ -118,9 +97,9 @@ test('a loop over messages reads those of a type, and ends when too many wait, o
     await assert.rejects(ended.next(), /enough/);
 });
 
-test('questions of others are answered, with errors that cross, and taken back', async () => {
+test('questions of others are answered, with errors that cross, until they are taken back', async () => {
     let aborted;
-    const unhandle = client.handle('add', async ({ a, b }, { source, signal }) => {
+    client.handle('add', async ({ a, b }, { source, signal }) => {
         if (a === undefined) throw Object.assign(new RangeError('no a'), { code: 'E' });
         if (b === undefined) aborted = once(signal, 'abort').then(() => source);
         return aborted ?? a + b;
@@ -132,34 +111,30 @@ test('questions of others are answered, with errors that cross, and taken back',
     ask('sub', '3');
     ask('add', '4', { a: 1 });
     hear('request:add', 'no envelope');
+    const nobody = { name: 'Error', code: 'ERR_BRIVONJS_NO_HANDLER' };
     let answers = [];
     await until(() => (answers = answers.concat(sent())).length === 3);
-    assert.ok(answers.every(({ ids }) => ids === '7'));
     assert.deepEqual(
-        answers.map(({ type, payload }) => [type, JSON.parse(payload)]),
+        answers.map(([type, payload, ids]) => [type, JSON.parse(payload), ids]),
         [
-            ['answer:add', { id: '1', body: 3 }],
-            ['answer:add', { id: '2', error: { name: 'RangeError', message: 'no a', code: 'E' } }],
-            [
-                'answer:sub',
-                { id: '3', error: { name: 'Error', message: "nobody answers 'sub'", code: 'ERR_BRIVONJS_NO_HANDLER' } },
-            ],
+            ['answer:add', { id: '1', body: 3 }, '7'],
+            ['answer:add', { id: '2', error: { name: 'RangeError', message: 'no a', code: 'E' } }, '7'],
+            ['answer:sub', { id: '3', error: { ...nobody, message: "nobody answers 'sub'" } }, '7'],
         ],
     );
     hear('cancel:add', '{"id":"4"}');
     assert.deepEqual(await aborted, calendar);
     assert.deepEqual(sent(), []);
-    assert.equal(unhandle(), true);
 });
 
 test('a question ends with whatever is first, and leaves nothing behind', async () => {
     const reply = (rest) => {
-        const [{ type, payload }] = sent();
+        const [[type, payload]] = sent();
         hear(type.replace('request', 'answer'), JSON.stringify({ id: JSON.parse(payload).id, ...rest }));
     };
     const ask = (options) => client.request('q', { x: 1 }, { to: { ...calendar }, ...options });
-    const { signal } = Object.assign(new AbortController());
-    const answered = ask({ signal });
+    const controller = new AbortController();
+    const answered = ask({ signal: controller.signal });
     reply({ body: 3 });
     assert.equal(await answered, 3);
     const failed = ask();
@@ -170,37 +145,22 @@ test('a question ends with whatever is first, and leaves nothing behind', async 
     await assert.rejects(lost, { code: 'ERR_BRIVONJS_UNREACHABLE' });
     sent();
     await assert.rejects(ask({ timeout: 1 }), { code: 'ERR_BRIVONJS_TIMEOUT' });
-    assert.deepEqual(
-        sent().map(({ type }) => type),
-        ['request:q', 'cancel:q'],
-    );
-    const controller = new AbortController();
+    const types = sent().map(([type]) => type);
+    assert.deepEqual(types, ['request:q', 'cancel:q']);
     const aborted = ask({ signal: controller.signal });
     controller.abort();
     await assert.rejects(aborted, { name: 'AbortError' });
-    await assert.rejects(client.request('q', {}, { to: 'x' }), { code: 'ERR_BRIVONJS_UNKNOWN_TARGET' });
-    assert.deepEqual(
-        process.getActiveResourcesInfo().filter((name) => name === 'Timeout'),
-        [],
-    );
+    assert.deepEqual(getEventListeners(controller.signal, 'abort'), []);
+    assert.ok(!process.getActiveResourcesInfo().includes('Timeout'));
 });
 
-test('applications and launches', async () => {
-    control.answer('GetSpecifiers', ['a']);
-    control.answer('IsAppRunning', true);
-    control.answer('GetProcessId', 5);
-    const [application] = applications({ folder: '/apps' });
-    assert.deepEqual(application, { specifier: 'a', path: '', version: null, isRunning: true, processId: 5 });
+test('a launch passes its options on, and says why there was none', async () => {
     control.answer('LaunchApp', true);
     await launch('a', { focus: false, args: '--week' });
     const { arguments: launched } = control.takeCalls().find(({ operation }) => operation === 'LaunchApp');
     assert.deepEqual(launched, ['a', false, '--week']);
     control.answer('LaunchApp', { throws: 'the disk is full' });
-    await assert.rejects(
-        launch('a'),
-        ({ code, cause }) => /LAUNCHED/.test(code) && cause.message === 'the disk is full',
-    );
-    await assert.rejects(launch('a', { signal: AbortSignal.abort() }), { name: 'AbortError' });
+    await assert.rejects(launch('a'), { code: 'ERR_BRIVONJS_NOT_LAUNCHED', cause: new Error('the disk is full') });
 });
 
 test('a closed client is closed for those who share it last, refuses what needs it open, and opens again', async () => {
@@ -211,20 +171,11 @@ test('a closed client is closed for those who share it last, refuses what needs 
     client.close();
     await assert.rejects(pending[0], { code: 'ERR_BRIVONJS_CLOSED' });
     assert.deepEqual(await pending[1], { value: undefined, done: true });
-    for (const call of [() => client.broadcast('t', ''), () => client.handle('t', () => {})])
-        assert.throws(call, { code: 'ERR_BRIVONJS_CLOSED' });
+    assert.throws(() => client.broadcast('t', ''), { code: 'ERR_BRIVONJS_CLOSED' });
     connect(configuration);
     const heard = once(client, 'message');
     hear('again', '');
     assert.equal((await heard)[0].type, 'again');
-});
-
-test('a client that only sends lets its process end', async () => {
-    const { code, stderr } = await runScript(
-        `require(root + '/lib/client').connect({ appId: 'a', appVersion: '1' }).broadcast('t', '');`,
-        { env: { BRIVON_BUS: newBus() } },
-    );
-    assert.deepEqual([code, stderr], [0, '']);
 });
 
 // Some are answered, some fail, time out or are aborted, and those who answer are killed meanwhile.

@@ -21,8 +21,7 @@ const documents = ['README.md', ...fs.readdirSync(path.join(root, 'docs')).map((
 // Every fenced block of JavaScript: { name, where, language, body }.
 const programs = documents.flatMap(({ name, text }) =>
     [...text.matchAll(/^```(m?js)\n(.*?)^```$/gms)].map(({ 1: language, 2: body, index }) => {
-        const where = `${name}:${text.slice(0, index).split('\n').length}`;
-        return { name, where, language, body };
+        return { name, where: `${name}:${text.slice(0, index).split('\n').length}`, language, body };
     }),
 );
 
@@ -46,9 +45,8 @@ test('every program runs, of the README and of the documents of both interfaces'
             const file = path.join(folder, `program-${index}.${language}`);
             fs.writeFileSync(file, body);
             const [code, limit] = body.includes('process.exit(') ? [9, ENDING_MS] : [0, LISTENING_MS];
-            return assertRuns(
-                `${importing(file)}.then(() => setTimeout(() => process.exit(${code}), ${limit}).unref());`,
-            );
+            const exiting = `setTimeout(() => process.exit(${code}), ${limit}).unref()`;
+            return assertRuns(`${importing(file)}.then(() => ${exiting});`);
         });
     await Promise.all(programs.map(run));
 });
