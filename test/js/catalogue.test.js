@@ -60,9 +60,8 @@ test('a launched program is seen while it runs, with its arguments and its proce
     const line = isWindows
         ? `"${report}" one "two words" ""`
         : `'${report}' one\t"two words" '' grüße\\ 日本 a'b'"c" 'a\\b' "\\"\\\\\\$\\b" a\\\nb $HOME \`id\` * ;|&`;
-    const expected = isWindows
-        ? ['one', 'two words', '']
-        : ['one', 'two words', '', 'grüße 日本', 'abc', 'a\\b', '"\\$\\b', 'ab', '$HOME', '`id`', '*', ';|&'];
+    const more = ['grüße 日本', 'abc', 'a\\b', '"\\$\\b', 'ab', '$HOME', '`id`', '*', ';|&'];
+    const expected = ['one', 'two words', '', ...(isWindows ? [] : more)];
     assert.deepEqual(await launch(name, line), [undefined, true]);
     await until(() => fs.existsSync(report));
     const [processId, ...args] = fs.readFileSync(report, 'utf8').split(/\r?\n/).slice(0, -1);

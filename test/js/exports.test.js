@@ -28,73 +28,59 @@ test('the exports are plain properties, and the methods fixed ones of the protot
     assert.equal(_setLibraryPath.name, '');
 });
 
-// Asserts that each call throws this, a TypeError without a code, and that no library is asked for anything.
-function assertRefusals(name, message, calls) {
-    for (const call of calls)
-        assert.throws(
-            call,
-            (error) => error.name === name && error.message === message && (name === 'Error' || !('code' in error)),
-            `${call}`,
-        );
-    assert.deepEqual([...messaging.takeCalls(), ...control.takeCalls()], []);
-}
-
 test('bad arguments get their errors before a library is asked', () => {
     const adapter = new BrivonAdapter('app', '1');
     const controlAdapter = new BrivonControlAdapter();
     messaging.takeCalls();
     control.takeCalls();
     const listener = () => assert.fail('a refused call calls nobody');
-    const launch = (...args) => controlAdapter.launchApp(...args);
+    const construct = (...args) => new BrivonAdapter(...args);
+    const [send, launch] = [adapter.sendMessage, controlAdapter.launchApp];
 
-    const texts = (name) => `Expected ${name} to be a string`;
-    assertRefusals('TypeError', 'Wrong number of arguments', [
-        () => new BrivonAdapter('app'),
-        () => adapter.sendMessage('type'),
-        () => adapter.addMessageListener(),
-        () => adapter.addErrorListener(),
-        () => _setLibraryPath(),
-        () => controlAdapter.getSpecifiers(undefined),
-        ...queries.flatMap((query) => [() => controlAdapter[query](), () => controlAdapter[query]('a', 'b')]),
-        () => launch('a', true, 'b'),
-        () => launch('a', true, 'b', listener, 5),
-    ]);
-    assertRefusals('TypeError', texts('targetSpecifier'), [
-        () => adapter.sendMessage(1, 'payload'),
-        () => adapter.sendMessage('type', 'payload', undefined),
-        () => adapter.sendMessage('type', 'payload', '', '', '', 6),
-        ...queries.map((query) => () => controlAdapter[query](5)),
-        () => launch(5, 5, 5, 5),
-    ]);
-    assertRefusals('TypeError', 'Expected setFocus to be a Boolean', [() => launch('a', 'true', 5, 5)]);
-    assertRefusals('TypeError', texts('cmdLineArgs'), [() => launch('a', true, 5, 5)]);
-    assertRefusals('TypeError', 'Expected callback to be a function', [() => launch('a', true, 'b', {})]);
-    assertRefusals('Error', 'A string was expected', [
-        () => new BrivonAdapter('app', null),
-        () => new BrivonAdapter('app', '1', undefined),
-        () => _setLibraryPath(5),
-    ]);
-    assertRefusals('Error', 'Invalid argument', [() => adapter.addErrorListener({})]);
-    assertRefusals('TypeError', "Class constructors cannot be invoked without 'new'", [
-        () => BrivonAdapter('a', 'b'),
-        () => BrivonControlAdapter(),
-    ]);
+    const number = 'TypeError: Wrong number of arguments';
+    const specifier = 'TypeError: Expected targetSpecifier to be a string';
+    const text = 'Error: A string was expected';
+    const isNew = "TypeError: Class constructors cannot be invoked without 'new'";
+    // The error, without a code if it is a TypeError; the object; its method; and lists of arguments.
+    for (const [expected, object, method, ...lists] of [
+        [number, undefined, construct, ['app']],
+        [number, adapter, send, ['type']],
+        [number, adapter, adapter.addMessageListener, []],
+        [number, adapter, adapter.addErrorListener, []],
+        [number, undefined, _setLibraryPath, []],
+        [number, controlAdapter, controlAdapter.getSpecifiers, [undefined]],
+        ...queries.map((query) => [number, controlAdapter, controlAdapter[query], [], ['a', 'b']]),
+        [number, controlAdapter, launch, ['a', true, 'b'], ['a', true, 'b', listener, 5]],
+        [specifier, adapter, send, [1, 'p'], ['type', 'p', undefined], ['type', 'p', '', '', '', 6]],
+        ...queries.map((query) => [specifier, controlAdapter, controlAdapter[query], [5]]),
+        [specifier, controlAdapter, launch, [5, 5, 5, 5]],
+        ['TypeError: Expected setFocus to be a Boolean', controlAdapter, launch, ['a', 'true', 5, 5]],
+        ['TypeError: Expected cmdLineArgs to be a string', controlAdapter, launch, ['a', true, 5, 5]],
+        ['TypeError: Expected callback to be a function', controlAdapter, launch, ['a', true, 'b', {}]],
+        [text, undefined, construct, ['app', null], ['app', '1', undefined]],
+        [text, undefined, _setLibraryPath, [5]],
+        ['Error: Invalid argument', adapter, adapter.addErrorListener, [{}]],
+        [isNew, undefined, BrivonAdapter, ['a', 'b']],
+        [isNew, undefined, BrivonControlAdapter, []],
+    ])
+        for (const args of lists)
+            assert.throws(
+                () => method.apply(object, args),
+                (error) => `${error}` === expected && (error.name === 'Error' || !('code' in error)),
+                `${expected}: ${method.name}(${args})`,
+            );
+    assert.deepEqual([...messaging.takeCalls(), ...control.takeCalls()], []);
 });
 
 test('the scripts refuse what they cannot do', () => {
-    for (const call of [
-        () => messaging.answer('Sned', 0),
-        () => messaging.answer('Send', 0, 0),
-        () => messaging.answer('IsReady', { throws: 5 }),
-        () => messaging.setEndpoints([{ id: 1 }]),
-        () => messaging.deliver({ type: 't', listeners: 'none' }),
-        () => messaging.deliver({ type: () => {} }),
-        () => control.answer('LaunchAp', true),
-        () => control.answer('LaunchApp', { launched: true }),
-        () => control.answer('IsAppRunning', { throws: 'x' }),
-        () => control.answer('GetSpecifiers', ['a', 1]),
-        () => control.answer('GetProcessId', 2 ** 31),
-        () => messaging.answer('Send', 0.5),
+    for (const [script, method, ...args] of [
+        [messaging, 'answer', 'Sned', 0],
+        [messaging, 'answer', 'Send', 0, 0],
+        [messaging, 'answer', 'Send', 0.5],
+        [messaging, 'setEndpoints', [{ id: 1 }]],
+        [messaging, 'deliver', { type: 't', listeners: 'none' }],
+        [control, 'answer', 'IsAppRunning', { throws: 'x' }],
+        [control, 'answer', 'GetSpecifiers', ['a', 1]],
     ])
-        assert.throws(call, (error) => error instanceof TypeError && error.message !== '', `${call}`);
+        assert.throws(() => script[method](...args), /^TypeError: ./, `${method} ${args}`);
 });

@@ -7,17 +7,12 @@ const fs = require('node:fs');
 const path = require('node:path');
 const { test } = require('node:test');
 
-const {
-    buildDirectory,
-    endedAbnormally,
-    failedAssertion,
-    runScript,
-    scripted,
-    temporaryFile,
-} = require('../support/support');
+const support = require('../support/support');
+const { endedAbnormally, failedAssertion, runScript, scripted, temporaryFile } = support;
 
 const construct = `const adapter = new BrivonAdapter('app', '1');`;
 const unmade = `messaging.answer('GetInstance', { throws: 'x' }); ${construct}`;
+const exit = 'process.exit(0);';
 const run = (script, options) => runScript(scripted + script, options);
 
 test('without a dispatcher or a controller, an assertion with its expression, file and line ends the process', async () => {
@@ -32,33 +27,27 @@ test('without a dispatcher or a controller, an assertion with its expression, fi
         [`control.answer('GetInstance', { instance: false }); new BrivonControlAdapter();`, control],
     ])
         assert.deepEqual(failedAssertion(await run(script)), expected, script);
-});
-
-test('an exception of the library during a send is not made a JavaScript error', async () => {
-    const ended = await run(`${construct}
-        messaging.answer('Send', { throws: 'thrown by the library' });
-        try { adapter.sendMessage('t', 'p'); } finally { process.exit(0); }`);
+    // What the library throws during a send is not made a JavaScript error either.
+    const ended = await run(`${construct} messaging.answer('Send', { throws: 'thrown by the library' });
+        try { adapter.sendMessage('t', 'p'); } finally { ${exit} }`);
     assert.ok(endedAbnormally(ended), JSON.stringify(ended));
 });
 
 // A preloaded library notes the sleeps instead of sleeping.
-const noPreload =
-    process.platform === 'win32' && 'sleeps are noted by a preloaded library, which is not to be had here';
-test('a dispatcher is waited for as promised', { skip: noPreload }, async () => {
-    const preload = [process.env.LD_PRELOAD, path.join(buildDirectory, 'test', 'libsleep-spy.so')];
+const spying = { skip: process.platform === 'win32' && 'no library can be preloaded here' };
+test('a dispatcher is waited for as promised', spying, async () => {
+    const preload = [process.env.LD_PRELOAD, path.join(support.buildDirectory, 'test', 'libsleep-spy.so')];
     const answer = (operation, count, value) => `messaging.answer('${operation}', ${value}, ${count});`;
-    const neverRefreshed = answer('RefreshEndPoints', 1, false) + answer('IsRefreshing', Infinity, true);
-    for (const [script, sleeps, isFatal = false] of [
-        [answer('GetInstance', 2, 4), [2, 6000]],
-        [answer('GetInstance', 1, 4) + answer('GetInstance', 1, 5), [1, 6000], true],
-        [answer('GetInstance', 1000, 4), [100, 6000], true],
-        [answer('IsReady', Infinity, false), [20, 50]],
-        [neverRefreshed, [20, 50]],
+    for (const [script, count, milliseconds, isFatal = false] of [
+        [answer('GetInstance', 2, 4), 2, 6000],
+        [answer('GetInstance', 1, 4) + answer('GetInstance', 1, 5), 1, 6000, true],
+        [answer('GetInstance', 1000, 4), 100, 6000, true],
+        [answer('IsReady', Infinity, false), 20, 50],
+        [answer('RefreshEndPoints', 1, false) + answer('IsRefreshing', Infinity, true), 20, 50],
     ]) {
         const log = temporaryFile();
         const env = { LD_PRELOAD: preload.filter(Boolean).join(':'), SLEEP_SPY: log };
-        const ended = await run(`${script} ${construct} process.exit(0);`, { env });
-        const [count, milliseconds] = sleeps;
+        const ended = await run(`${script} ${construct} ${exit}`, { env });
         assert.equal(fs.readFileSync(log, 'utf8'), `${milliseconds}\n`.repeat(count), script);
         fs.unlinkSync(log);
         if (isFatal) assert.match(failedAssertion(ended), / brivon_$/);
@@ -67,18 +56,16 @@ test('a dispatcher is waited for as promised', { skip: noPreload }, async () => 
 });
 
 test('a listener that throws is dropped with a warning, or ends the process where the runtime is told so', async () => {
-    const script = `${construct}
-        let count = 0;
+    const deliver = `messaging.deliver({ type: SUITE_TYPE_PREFIX, source: { id: '1', appId: 'a' } });`;
+    const script = `${construct} let count = 0;
         adapter.addMessageListener(() => {
-            if (++count === 2) process.exit(0);
+            if (++count === 2) ${exit}
             throw new Error('thrown by the listener');
         });
-        const message = { type: SUITE_TYPE_PREFIX, source: { id: '1', appId: 'a' } };
-        messaging.deliver(message);
-        messaging.deliver(message);`;
-    for (const [execArgv, code, complaint] of [
-        [[], 0, /DEP0168/],
-        [['--force-node-api-uncaught-exceptions-policy=true'], 1, /Error: thrown by the listener/],
+        ${deliver} ${deliver}`;
+    for (const [code, complaint, ...execArgv] of [
+        [0, /DEP0168/],
+        [1, /Error: thrown by the listener/, '--force-node-api-uncaught-exceptions-policy=true'],
     ]) {
         const ended = await run(script, { execArgv });
         assert.equal(ended.code, code, ended.stderr);

@@ -6,7 +6,7 @@ const assert = require('node:assert/strict');
 const path = require('node:path');
 const { test } = require('node:test');
 
-const { Endpoint, newBus, root, runScript } = require('../support/support');
+const { newBus, root, runScript } = require('../support/support');
 
 // Runs on the main thread or in a worker. Messages to itself travel through the library's thread.
 const joined = `keep = new BrivonAdapter('app', '1');`;
@@ -51,32 +51,23 @@ const runWorker = `const runWorker = (body) => new Promise((resolve) => {
     worker.on('exit', resolve);
 });`;
 
-async function assertEnds(script, code, bus = newBus()) {
-    const ended = await runScript(`${load}${script}`, { env: { BRIVON_BUS: bus } });
+async function assertEnds(script, code) {
+    const ended = await runScript(`${load}${script}`, { env: { BRIVON_BUS: newBus() } });
     assert.deepEqual([ended.code, ended.signal], [code, null], `${script}\n${ended.stderr}`);
 }
 
-for (const [point, script] of Object.entries(points)) {
-    test(`${point}: the main thread ends`, async () => {
+for (const [point, script] of Object.entries(points))
+    test(`${point}: the main thread ends, and workers, one after another and beside it`, async () => {
         for (const [action, code] of ways(script, 'process.exit(7)', 7)) await assertEnds(`${script};${action}`, code);
-    });
-
-    test(`${point}: workers end, one after another and beside the main thread`, async () => {
         for (const beside of ['', script])
-            for (const [action, code] of ways(script, beTerminated, 1))
-                await assertEnds(
-                    `${beside};${runWorker}
-                    (async () => {
-                        for (let i = 0; i < 3; ++i) {
-                            const code = await runWorker(${JSON.stringify(load + script + action)});
-                            if (code !== ${code}) process.exit(100 + code);
-                        }
-                        process.exit(0);
-                    })();`,
-                    0,
-                );
+            for (const [action, code] of ways(script, beTerminated, 1)) {
+                const worker = `runWorker(${JSON.stringify(load + script + action)})`;
+                const body = `const codes = [await ${worker}, await ${worker}, await ${worker}];
+                    console.error(codes);
+                    process.exit(codes.every((code) => code === ${code}) ? 0 : 100);`;
+                await assertEnds(`${beside};${runWorker} (async () => { ${body} })();`, 0);
+            }
     });
-}
 
 test('workers that come and go at once, in every way, leave the main thread on the bus', () => {
     const bodies = Object.values(points).flatMap((script) => [load + script + exit, load + script + beTerminated]);
@@ -101,14 +92,4 @@ test('a listener keeps its process alive, and a removed one too', async () => {
             process.disconnect();`,
             9,
         );
-});
-
-test('fifty processes exit with their own code in the middle of a stream from another process', async (t) => {
-    const sender = await Endpoint.join(t, newBus(), 'sender', '1');
-    await sender.run(`globalThis.stream = () => {
-        for (let i = 0; i < 200; ++i) adapter.sendMessage('t', 'x'.repeat(100));
-        setImmediate(stream);
-    }; stream(); 0`);
-    const receive = `${joined} let count = 0; keep.addMessageListener(() => { if (++count === 500) process.exit(7); });`;
-    for (let i = 0; i < 50; ++i) await assertEnds(receive, 7, sender.bus);
 });

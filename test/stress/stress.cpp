@@ -18,7 +18,7 @@ using namespace kesta::brivon::api5;
 
 namespace {
 
-constexpr int processes = 4;
+constexpr unsigned processes = 4;
 constexpr int threads = 12;
 constexpr std::chrono::seconds roundTime(2);
 
@@ -88,8 +88,8 @@ void useDispatcher(unsigned seed, std::chrono::steady_clock::time_point end) {
     require(registered.calls != 0, "a thread has heard nothing");
 }
 
-int runProcess(unsigned number, int rounds) {
-    for (int round = 0; round < rounds; ++round) {
+void runProcess(unsigned number, long rounds) {
+    for (long round = 0; round < rounds; ++round) {
         IBrivonMessageDispatcher::SetConfig("stress", std::to_string(number).c_str());
         const auto end = std::chrono::steady_clock::now() + roundTime;
         std::vector<std::thread> all;
@@ -98,28 +98,24 @@ int runProcess(unsigned number, int rounds) {
         for (std::thread& thread : all)
             thread.join();
     }
-    return 0;
+    std::exit(0);
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
     std::signal(SIGPIPE, SIG_IGN); // as the runtime does
-    if (argc == 3)
-        return runProcess(static_cast<unsigned>(std::atoi(argv[1])), std::atoi(argv[2]));
     setenv("BRIVON_BUS", ("stress-" + std::to_string(getpid())).c_str(), 1);
-    const std::string rounds = std::to_string((argc > 1 ? std::atoi(argv[1]) : 16) / roundTime.count());
-    for (int number = 0; number < processes; ++number) {
-        if (fork() == 0) {
-            execl("/proc/self/exe", argv[0], std::to_string(number).c_str(), rounds.c_str(), nullptr);
-            std::_Exit(1);
-        }
-    }
-    bool isWell = true;
+    const long rounds = (argc > 1 ? std::atoi(argv[1]) : 16) / roundTime.count();
+    for (unsigned number = 0; number < processes; ++number)
+        if (fork() == 0)
+            runProcess(number, rounds);
+    int exitCode = 0;
     for (int status = 0; wait(&status) > 0;) {
-        isWell = isWell && status == 0;
-        if (status != 0)
-            std::fprintf(stderr, "stress: a process ended with the wait status %d\n", status);
+        if (status == 0)
+            continue;
+        exitCode = 1;
+        std::fprintf(stderr, "stress: a process ended with the wait status %d\n", status);
     }
-    return isWell ? 0 : 1;
+    return exitCode;
 }

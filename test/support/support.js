@@ -1,5 +1,6 @@
 'use strict';
 
+const assert = require('node:assert/strict');
 const { fork } = require('node:child_process');
 const { EventEmitter, once } = require('node:events');
 const crypto = require('node:crypto');
@@ -100,7 +101,7 @@ class Child {
         let [ended, lines] = [];
         this.exited.then((result) => (ended = result));
         await until(() => {
-            if (ended !== undefined) throw new Error(`ended before: ${JSON.stringify(ended)}`);
+            assert.equal(ended, undefined, `ended before: ${JSON.stringify(ended)}`);
             lines = fs.readFileSync(this.files[stream], 'utf8').split('\n').slice(0, -1);
             return isEnough(lines);
         });
@@ -115,15 +116,15 @@ class Child {
 
 // A program on a bus, run in a process of its own and told what to do with pieces of JavaScript.
 class Endpoint extends Child {
-    #answers = new Map();
-    #nextId = 0;
+    #answers = [];
+    told = new CallLog();
 
     // Resolves to an endpoint whose adapter was made with these arguments, and which ends with the test.
     static async join(t, bus, ...args) {
         const endpoint = new Endpoint(path.join(__dirname, 'endpoint.js'), { env: { BRIVON_BUS: bus } });
         t.after(() => endpoint.end());
-        await endpoint.run(`globalThis.adapter = new BrivonAdapter(...${JSON.stringify(args)})`);
-        endpoint.self = await endpoint.run('adapter.getSelfEndpoint()');
+        const make = `globalThis.adapter = new BrivonAdapter(...${JSON.stringify(args)})`;
+        endpoint.self = await endpoint.run(`${make}; adapter.getSelfEndpoint()`);
         endpoint.target = endpoint.self.slice(1, -1).split(',');
         [endpoint.appId, endpoint.appVersion, endpoint.id] = endpoint.target;
         return Object.assign(endpoint, { bus });
@@ -131,25 +132,17 @@ class Endpoint extends Child {
 
     constructor(...args) {
         super(...args);
-        this.told = new CallLog();
         this.process.on('message', ({ id, value, told }) => {
             if (id === undefined) this.told.callback(told);
-            this.#answers.get(id)?.resolve(value);
-            this.#answers.delete(id);
-        });
-        this.exited.then((ended) => {
-            for (const { code, reject } of this.#answers.values())
-                reject(new Error(`ended during ${code}: ${JSON.stringify(ended)}`));
+            else this.#answers[id](value);
         });
     }
 
     // Resolves to what the code evaluates to.
     run(code) {
-        const id = this.#nextId++;
-        return new Promise((resolve, reject) => {
-            this.#answers.set(id, { code, resolve, reject });
-            this.process.send({ id, code });
-        });
+        const ended = this.exited.then((how) => assert.fail(`ended during ${code}: ${JSON.stringify(how)}`));
+        const answered = new Promise((resolve) => this.process.send({ id: this.#answers.push(resolve) - 1, code }));
+        return Promise.race([answered, ended]);
     }
 
     // Resolves when the code evaluates to something true.
@@ -167,6 +160,12 @@ class Endpoint extends Child {
     listen() {
         return this.run(`adapter.addMessageListener((...message) => tell({ message }));
             adapter.addErrorListener((...error) => tell({ error })); 0`);
+    }
+
+    // Ends as a program does by itself.
+    async leave() {
+        await this.run('setImmediate(() => process.exit(0)); 0');
+        return this.exited;
     }
 
     send(type, payload, ...target) {
