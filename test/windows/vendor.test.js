@@ -235,7 +235,7 @@ test('100,000 lists, sends and deliveries leave nothing behind, and a collected 
 
 test('a library for another processor, or a file that is no library, is an error that names the module’s file', async (t) => {
     for (const [name, wrong] of [
-        [messaging, path.join(root, 'build', 'win32-x64', 'test', 'samples', 'plain.ia32.exe')],
+        [messaging, path.join(buildDirectory, 'test', 'samples', 'plain.ia32.exe')],
         [control, __filename],
     ]) {
         const copies = temporaryFolder(t);
