@@ -83,7 +83,7 @@ test('payloads of all sizes arrive unchanged and their memory is given back; too
     await sender.listen();
     const before = await receiver.run('resident()');
     await receiver.run(`adapter.addMessageListener((type, payload) =>
-        tell(payload === 'x'.repeat(payload.length) ? payload.length : payload)); 0`);
+        tell(payload === 'x'.repeat(payload.length) ? payload.length : payload.slice(0, 40))); 0`);
     const lengths = [0, 1, 2, 65_535, 65_536, 1 << 20, 31 << 20];
     const last = 'aé日🙂 after one that is refused';
     await sender.run(`for (const length of [${lengths}, 33 << 20]) adapter.sendMessage('t', 'x'.repeat(length));
@@ -280,7 +280,7 @@ test('what a program sends before it ends at once is heard, complete and in orde
         const { code, stderr } = await runScript(script, { env: { BRIVON_BUS: receiver.bus } });
         assert.equal(code, 0, stderr);
     }
-    const numbers = [...Array(10_000).keys()];
-    assert.deepEqual((await receiver.told.atLeast(20_000)).flat(), [...numbers, ...numbers]);
+    const heard = (await receiver.told.atLeast(20_000)).flat();
+    assert.deepEqual([heard.length, heard.findIndex((number, i) => number !== i % 10_000)], [20_000, -1]);
     await receiver.sees();
 });
