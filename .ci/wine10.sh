@@ -23,6 +23,9 @@ within() { chroot "$root" env -i PATH=/usr/bin:/bin LANG=C.UTF-8 HOME=/root XDG_
 if [ ! -e "$root/ready" ]; then
     within $wine wineboot --init </dev/null >"$build/wine10/log" 2>&1
     within $wine reg add 'HKCU\Software\Wine' /v Version /d win10 /f </dev/null >>"$build/wine10/log" 2>&1
+    # A process that crashes is to end, without a debugger, which may never do so.
+    within $wine reg add 'HKLM\Software\Microsoft\Windows NT\CurrentVersion\AeDebug' /v Debugger /d false /f \
+        </dev/null >>"$build/wine10/log" 2>&1
     within /usr/lib/wine/wineserver64 --wait # writes it down
     touch "$root/ready"
 fi
