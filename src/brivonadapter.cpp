@@ -342,6 +342,7 @@ std::vector<EndPoint> BrivonAdapter::selectDestinations(const std::string& appId
         }
     }
     if (destinations.empty()) {
+        destinations.reserve(endpointCache_.count(key));
         for (auto entry = first; entry != last; ++entry)
             destinations.push_back(entry->second);
     }

@@ -15,12 +15,12 @@ using ValueOf = void (Record::*)(char*) const;
 // The text ends at its first NUL, or with its size, should the library leave the terminator out.
 template <typename Record>
 std::string readText(const Record& record, SizeOf<Record> sizeOf, ValueOf<Record> value) {
-    const std::size_t size = (record.*sizeOf)();
-    if (size == 0)
-        return {};
-    const auto buffer = std::make_unique<char[]>(size);
-    (record.*value)(buffer.get());
-    return {buffer.get(), strnlen(buffer.get(), size)};
+    std::string text((record.*sizeOf)(), '\0');
+    if (text.empty())
+        return text;
+    (record.*value)(text.data());
+    text.resize(strnlen(text.data(), text.size()));
+    return text;
 }
 
 } // namespace
