@@ -77,6 +77,7 @@ test('the scripts refuse what they cannot do', () => {
         [messaging, 'answer', 'Sned', 0],
         [messaging, 'answer', 'Send', 0, 0],
         [messaging, 'answer', 'Send', 0.5],
+        [control, 'answer', 'GetProcessId', 2 ** 31],
         [messaging, 'setEndpoints', [{ id: 1 }]],
         [messaging, 'deliver', { type: 't', listeners: 'none' }],
         [control, 'answer', 'IsAppRunning', { throws: 'x' }],
