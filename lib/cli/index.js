@@ -8,6 +8,14 @@ const os = require('node:os');
 const { helpOf, parse, UsageError } = require('./arguments');
 const { version } = require('../../package.json');
 
+// What the client's errors mean to whoever has started a tool; all others are 1.
+const EXIT_CODES = {
+    ERR_BRIVONJS_UNKNOWN_TARGET: 3,
+    ERR_BRIVONJS_UNREACHABLE: 3,
+    ERR_BRIVONJS_TIMEOUT: 4,
+    ERR_BRIVONJS_ANSWER: 5,
+};
+
 process.stdout.on('error', (error) => {
     if (error.code !== 'EPIPE') process.stderr.write(`brivonjs: ${error.message}\n`);
     process.exit(error.code === 'EPIPE' ? 0 : 1);
@@ -25,7 +33,7 @@ async function main() {
     } catch (error) {
         const isUsage = error instanceof UsageError;
         process.stderr.write(`brivonjs: ${error.message}${isUsage ? '; see brivonjs --help' : ''}\n`);
-        end(isUsage ? 2 : (error.exitCode ?? 1));
+        end(isUsage ? 2 : (EXIT_CODES[error.code] ?? 1));
     }
 }
 

@@ -3,13 +3,6 @@
 const { UsageError } = require('../arguments');
 const { connect, targetOf, textOf } = require('../bus');
 
-const EXIT_CODES = {
-    ERR_BRIVONJS_UNKNOWN_TARGET: 3,
-    ERR_BRIVONJS_UNREACHABLE: 3,
-    ERR_BRIVONJS_TIMEOUT: 4,
-    ERR_BRIVONJS_ANSWER: 5,
-};
-
 module.exports = {
     usage: 'NAME [JSON|-] --to TARGET',
     summary: 'asks a program that answers such questions, as those on the client do, and prints the answer',
@@ -26,13 +19,9 @@ module.exports = {
         const body = parse(await textOf(operand));
         const client = connect(options, 'request');
         endOnSignals();
-        try {
-            const answer = await client.request(name, body, { to, timeout: Number(options.timeout ?? 30) * 1000 });
-            process.stdout.write(`${JSON.stringify(answer, null, process.stdout.isTTY && !options.json ? 2 : 0)}\n`);
-            return 0;
-        } catch (error) {
-            throw Object.assign(error, { exitCode: EXIT_CODES[error.code] });
-        }
+        const answer = await client.request(name, body, { to, timeout: Number(options.timeout ?? 30) * 1000 });
+        process.stdout.write(`${JSON.stringify(answer, null, process.stdout.isTTY && !options.json ? 2 : 0)}\n`);
+        return 0;
     },
 };
 
