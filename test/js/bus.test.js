@@ -189,7 +189,7 @@ test('nothing is lost to a process that is short of descriptors for a while', po
     limit(fs.readdirSync(`/proc/${short.process.pid}/fd`).length + 3);
     const others = await Promise.all(Array.from({ length: 8 }, (_, i) => Endpoint.join(t, short.bus, `app${i}`, '1')));
     await Promise.all(others.map((other) => other.listen()));
-    await Promise.all(others.map((other) => other.until('adapter.getEndpointCacheSnapshot().length >= 7')));
+    await Promise.all(others.map((other) => other.until('adapter.getEndpoints().length >= 7')));
     // Resolves to how many have been sent: none to one that is not seen.
     const send = (endpoint, { self, target }) =>
         endpoint.run(`adapter.getEndpointCacheSnapshot().includes('${self}')

@@ -150,10 +150,12 @@ class Endpoint extends Child {
         while (!(await this.run(code))) await this.run('new Promise((resolve) => setTimeout(resolve, 5))');
     }
 
-    // Resolves once these and no others are in its cache.
-    sees(...others) {
-        const expected = JSON.stringify(others.map(({ self }) => self).sort());
-        return this.until(`JSON.stringify(adapter.getEndpointCacheSnapshot().sort()) === ${JSON.stringify(expected)}`);
+    // Resolves once these and no others are in its cache. The list that the cache is filled from is what is polled while
+    // it changes: a snapshot is taken without a lock, and may crash the process beside a change.
+    async sees(...others) {
+        const expected = JSON.stringify(JSON.stringify(others.map(({ self }) => self).sort()));
+        for (const method of ['getEndpoints', 'getEndpointCacheSnapshot'])
+            await this.until(`JSON.stringify(adapter.${method}().sort()) === ${expected}`);
     }
 
     // Tells of each message and error from now on.
