@@ -47,6 +47,11 @@ BrivonThrown* brivon_EndPoint_construct(void* room);
 BrivonThrown* brivon_EndPoint_copy(void* room, const void* other);
 BrivonThrown* brivon_EndPoint_assign(void* endPoint, const void* other);
 BrivonThrown* brivon_EndPoint_destroy(void* endPoint);
+// Endpoints at that distance from each other: copies of others, or new ones when there are none. Counts those made,
+// also when it is left early.
+BrivonThrown* brivon_EndPoints_make(void* array, size_t distance, const void* const* others, size_t count,
+                                    size_t* made);
+BrivonThrown* brivon_EndPoints_destroy(void* array, size_t distance, size_t count);
 
 const char* brivon_SuiteMessage_TYPE_PREFIX();
 const char* brivon_ErrorMessage_TYPE();

@@ -172,9 +172,12 @@ EndPoint SuiteMessage::GetSource() const {
 void SuiteMessage::SetDestinations(const EndPoint* destinations, size_t count) {
     if (count == 1)
         return check(brivon_SuiteMessage_SetDestinations(fields_, OpenEndPoint::of(*destinations), 1));
-    EndPointArray array(count);
+    const Room others((count + 1) * sizeof(void*)); // never nothing, which may not be had
+    auto* objects = static_cast<const void**>(others.get());
     for (size_t i = 0; i < count; ++i)
-        array.add([&](void* room) { return brivon_EndPoint_copy(room, OpenEndPoint::of(destinations[i])); });
+        objects[i] = OpenEndPoint::of(destinations[i]);
+    EndPointArray array(count);
+    array.make(objects);
     check(brivon_SuiteMessage_SetDestinations(fields_, array.at(0), count));
 }
 size_t SuiteMessage::GetDestinationCount() const {
@@ -185,8 +188,7 @@ size_t SuiteMessage::GetDestinationCount() const {
 void SuiteMessage::GetDestinations(EndPoint* destinations) const {
     const size_t count = GetDestinationCount();
     EndPointArray array(count);
-    for (size_t i = 0; i < count; ++i)
-        array.add(brivon_EndPoint_construct);
+    array.make(nullptr);
     check(brivon_SuiteMessage_GetDestinations(fields_, array.at(0)));
     for (size_t i = 0; i < count; ++i) {
         EndPoint destination;

@@ -9,6 +9,9 @@ constexpr size_t kSpare = 256; // for what nothing has been seen to write
 size_t usedSize = 0;
 size_t knownDistance = 0;
 
+// The latest room of a SharedEndPoint that has become free: most of them are only needed for a call.
+void* spareRoom = nullptr;
+
 size_t load(const size_t& value) {
     return __atomic_load_n(&value, __ATOMIC_RELAXED);
 }
@@ -87,8 +90,9 @@ void* Room::release() {
     return memory;
 }
 
-size_t endPointRoom() {
-    return endPointSize() + kSpare;
+Room endPointRoom() {
+    void* spare = __atomic_exchange_n(&spareRoom, nullptr, __ATOMIC_ACQUIRE);
+    return spare != nullptr ? Room(spare) : Room(sizeof(SharedEndPoint) + endPointSize() + kSpare);
 }
 
 SharedEndPoint* copyEndPoint(const void* object) {
@@ -106,7 +110,7 @@ void releaseEndPoint(SharedEndPoint* shared) {
     if (__atomic_sub_fetch(&shared->users, 1, __ATOMIC_ACQ_REL) != 0)
         return;
     forget(brivon_EndPoint_destroy(shared->object));
-    free(shared);
+    free(__atomic_exchange_n(&spareRoom, static_cast<void*>(shared), __ATOMIC_ACQ_REL));
 }
 
 bool isSoleUser(const SharedEndPoint* shared) {
@@ -135,10 +139,14 @@ void learnEndPointDistance(const void* array, size_t count) {
 }
 
 EndPointArray::EndPointArray(size_t count)
-    : distance_(endPointDistance())
+    : count_(count)
+    , distance_(endPointDistance())
     , room_(count * distance_ + kSpare) {}
 
 EndPointArray::~EndPointArray() {
-    while (made_ > 0)
-        forget(brivon_EndPoint_destroy(at(--made_)));
+    forget(brivon_EndPoints_destroy(room_.get(), distance_, made_));
+}
+
+void EndPointArray::make(const void* const* others) {
+    check(brivon_EndPoints_make(room_.get(), distance_, others, count_, &made_));
 }

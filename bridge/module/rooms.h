@@ -9,6 +9,8 @@
 class Room {
 public:
     explicit Room(size_t size);
+    explicit Room(void* memory)
+        : memory_(memory) {}
     ~Room() { free(memory_); }
     Room(const Room&) = delete;
     Room& operator=(const Room&) = delete;
@@ -38,8 +40,8 @@ SharedEndPoint* copyEndPoint(const void* object);
 void releaseEndPoint(SharedEndPoint* shared);
 bool isSoleUser(const SharedEndPoint* shared);
 
-// The room that one endpoint needs, with some to spare.
-size_t endPointRoom();
+// Room for a SharedEndPoint and its object, with some to spare.
+Room endPointRoom();
 
 // From one endpoint to the next in an array of the library's. Certain once an array of two or more has been seen; until
 // then it is what an endpoint has been seen to use.
@@ -55,15 +57,12 @@ public:
     EndPointArray(const EndPointArray&) = delete;
     EndPointArray& operator=(const EndPointArray&) = delete;
 
-    // The next one is made in its place by the given function.
-    template <typename Make>
-    void add(Make make) {
-        check(make(at(made_)));
-        ++made_;
-    }
+    // Makes them all: copies of as many others, or new ones when there are none.
+    void make(const void* const* others);
     void* at(size_t index) const { return static_cast<char*>(room_.get()) + index * distance_; }
 
 private:
+    size_t count_;
     size_t distance_;
     Room room_;
     size_t made_ = 0;
@@ -71,7 +70,7 @@ private:
 
 template <typename Make>
 SharedEndPoint* makeEndPoint(Make make) {
-    Room room(sizeof(SharedEndPoint) + endPointRoom());
+    Room room = endPointRoom();
     auto* shared = static_cast<SharedEndPoint*>(room.get());
     *shared = {1, shared + 1};
     check(make(shared->object));

@@ -143,6 +143,24 @@ BrivonThrown* brivon_EndPoint_assign(void* object, const void* other) {
 BrivonThrown* brivon_EndPoint_destroy(void* object) {
     return guarded([&] { endPoint(object).~EndPoint(); });
 }
+BrivonThrown* brivon_EndPoints_make(void* array, size_t distance, const void* const* others, size_t count,
+                                    size_t* made) {
+    return guarded([&] {
+        for (size_t i = 0; i < count; ++i, ++*made) {
+            void* room = static_cast<char*>(array) + i * distance;
+            if (others == nullptr)
+                ::new (room) EndPoint();
+            else
+                ::new (room) EndPoint(endPoint(others[i]));
+        }
+    });
+}
+BrivonThrown* brivon_EndPoints_destroy(void* array, size_t distance, size_t count) {
+    return guarded([&] {
+        for (; count > 0; --count)
+            endPoint(static_cast<void*>(static_cast<char*>(array) + (count - 1) * distance)).~EndPoint();
+    });
+}
 
 const char* brivon_SuiteMessage_TYPE_PREFIX() {
     return SuiteMessage::TYPE_PREFIX;
