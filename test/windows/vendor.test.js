@@ -43,6 +43,12 @@ const noted = (call, library = messaging) => {
 };
 // What there is of the vendor's, apart from calls.
 const held = (library) => ({ ...report(library), calls: undefined });
+const nothingThrown = (library, what) => {
+    const { exceptions, locals } = report(library);
+    assert.deepEqual([exceptions, locals], [0, 0], what);
+};
+// How many endpoints are listed, and how often the vendor is not there yet, not ready and refreshing.
+const answer = (...counts) => vendor.order(messaging, `answer ${counts.join(' ')}`);
 const kinds = {
     standard: 'thrown by the vendor',
     other: 'something',
@@ -51,6 +57,7 @@ const kinds = {
     rethrown: 'rethrown by the vendor',
 };
 
+const launch = (adapter) => new Promise((resolve) => adapter.launchApp('a', true, '', (...all) => resolve(all)));
 // The first adapter that is collected silences all.
 const kept = (globalThis.kept = []);
 
@@ -61,21 +68,19 @@ test('destinations lie where the vendor looks for them', () => {
 });
 
 test('construction waits for the vendor, and calls it in order', () => {
-    for (const [name, value] of Object.entries({ notYet: 1, notReady: 3, refreshing: 2, endpoints: 1 }))
-        vendor.order(messaging, `set ${name} ${value}`);
+    answer(1, 1, 3, 2);
     assert.equal(
         noted(() => (globalThis.adapter = new BrivonAdapter('a', '1', 'app'))),
         'SetConfig GetInstance GetInstance IsReady IsReady IsReady IsReady RegisterEndPointsCallback IsReady ' +
             'RefreshEndPoints GetSelfEndPoint GetEndPoints ReleaseEndPoints IsRefreshing IsRefreshing IsRefreshing IsRefreshing',
     );
-    for (const [name, count] of [
-        ['notReady', 22],
-        ['refreshing', 22],
+    for (const [question, ...counts] of [
+        ['IsReady', 1, 0, 100, 0],
+        ['IsRefreshing', 1, 0, 0, 100],
     ]) {
-        vendor.order(messaging, `set ${name} 100`);
+        answer(...counts);
         const calls = noted(() => kept.push(new BrivonAdapter('a', '1'))).split(' ');
-        assert.equal(calls.filter((call) => call === (name === 'notReady' ? 'IsReady' : 'IsRefreshing')).length, count);
-        vendor.order(messaging, `set ${name} 0`);
+        assert.equal(calls.filter((call) => call === question).length, 22);
     }
 });
 
@@ -83,16 +88,17 @@ test('endpoints, snapshots and sends are the vendor’s, from 0 to 50 destinatio
     const { adapter } = globalThis;
     const ids = (count) => [...Array(count).keys()];
     for (const count of [1, 0, 50, 2]) {
-        vendor.order(messaging, `set endpoints ${count}`);
+        answer(count, 0, 0, 0);
         adapter.forceRefreshEndpoints();
         const all = ids(count).map((id) => `{app,,${id}}`);
         assert.deepEqual([adapter.getEndpoints(), adapter.getEndpointCacheSnapshot()], [all, all]);
-        const sent = noted(() => adapter.sendMessage('t', 'payload', '', '', ''));
         const set = count > 0 ? 'SetDestinations ' : '';
-        const list = ids(count).map((id) => `${id},`);
         assert.equal(
-            sent,
-            `SuiteMessage SetSource SetPayload ${set}Send:brivon.SuiteMessage.t:payload:${list.join('')}`,
+            noted(() => adapter.sendMessage('t', 'payload', '', '', '')),
+            `SuiteMessage SetSource SetPayload ${set}Send:brivon.SuiteMessage.t:payload:` +
+                ids(count)
+                    .map((id) => `${id},`)
+                    .join(''),
         );
     }
     assert.equal(adapter.getSelfEndpoint(), '{,,self}');
@@ -131,28 +137,23 @@ test('queries and launches are answered by the vendor, and what it hands out goe
         [adapter.getAppPath(''), adapter.getAppVersion('no file'), adapter.getSpecifiers()],
         ['', null, ['first', 'second']],
     );
-    assert.deepEqual(await new Promise((resolve) => adapter.launchApp('a', true, 'x', (...all) => resolve(all))), [
-        undefined,
-        true,
-    ]);
+    assert.deepEqual(await launch(adapter), [undefined, true]);
     assert.deepEqual(held(control), { calls: undefined, exceptions: 0, locals: 0, texts: 0, lists: 0 });
 });
 
 test('every function may throw anything: it arrives, every local is destroyed and every exception freed', () => {
-    for (const name of vendor.names()) {
-        const [library, operation] = name.split(' ');
-        assert.equal(vendor.attempt(name), 'nothing', name);
-        for (const [kind, thrown] of Object.entries(kinds)) {
-            vendor.order(library, `throw ${operation} ${kind}`);
-            assert.equal(vendor.attempt(name), thrown, `${name}, ${kind}`);
-            const { exceptions, locals } = report(library);
-            assert.deepEqual([exceptions, locals], [0, 0], `${name}, ${kind}`);
+    for (const library of [messaging, control]) {
+        for (const operation of vendor.names(library)) {
+            assert.equal(vendor.attempt(library, operation), 'nothing', operation);
+            for (const [kind, thrown] of Object.entries(kinds)) {
+                vendor.order(library, `throw ${operation} ${kind}`);
+                assert.equal(vendor.attempt(library, operation), thrown, `${operation}, ${kind}`);
+                nothingThrown(library, `${operation}, ${kind}`);
+            }
+            vendor.order(library, 'throw - -');
         }
-        vendor.order(library, 'throw - -');
     }
 });
-
-const launch = (adapter) => new Promise((resolve) => adapter.launchApp('a', true, '', (...all) => resolve(all)));
 
 test('a standard exception of a launch is its callback’s error, thousands of times on the threads of the pool', async () => {
     for (const kind of ['standard', 'nested', 'rethrown']) {
@@ -164,8 +165,7 @@ test('a standard exception of a launch is its callback’s error, thousands of t
         }
     }
     vendor.order(control, 'throw - -');
-    const { exceptions, locals } = report(control);
-    assert.deepEqual([exceptions, locals], [0, 0]);
+    nothingThrown(control);
 });
 
 test('the endpoints callback throws back into the vendor, in the vendor’s way', () => {
@@ -175,8 +175,7 @@ test('the endpoints callback throws back into the vendor, in the vendor’s way'
         assert.ok(calls.includes(text === '' ? ' caught' : ` caught:${text}`), calls);
     }
     vendor.order(messaging, 'throw - -');
-    const { exceptions, locals } = report(messaging);
-    assert.deepEqual([exceptions, locals], [0, 0]);
+    nothingThrown(messaging);
 });
 
 test('an exception is a line of the log in construction and in a delivery, and ends the process elsewhere', async () => {

@@ -21,10 +21,12 @@ void onEndPoints(void*) {}
 
 IBrivonMessageDispatcher* dispatcher = nullptr;
 IBrivonController* controller = nullptr;
-EndPoint one, other;
+EndPoint one, other, two[2];
 
-// Every function of the contracts, by the name under which the vendor notes it.
-const std::map<std::string, std::function<void()>>& calls() {
+using Calls = std::map<std::string, std::function<void()>>;
+
+// Every function of a library, by the name under which the vendor notes it.
+const Calls& callsOf(const Napi::CallbackInfo& info) {
     static char text[4096];
     static char* path = nullptr;
     static char** list = nullptr;
@@ -32,73 +34,77 @@ const std::map<std::string, std::function<void()>>& calls() {
     static std::size_t count = 0;
     static const char* attributes[] = {"name", "value", nullptr};
     static const auto& message = *new SuiteMessage("brivon.SuiteMessage.t");
-    static const std::map<std::string, std::function<void()>> all = {
-        {"BrivonMessage5.dll EndPoint", [] { EndPoint().SetId("1"); }},
-        {"BrivonMessage5.dll EndPoint-copy", [] { EndPoint(one).SetId("copy"); }},
-        {"BrivonMessage5.dll EndPoint-assign", [] { one = other; }},
-        {"BrivonMessage5.dll SetId", [] { one.SetId("1"); }},
-        {"BrivonMessage5.dll GetId", [] { one.GetId(text); }},
-        {"BrivonMessage5.dll SuiteMessage", [] { SuiteMessage made("t"); }},
-        {"BrivonMessage5.dll GetTypeSize", [] { message.GetTypeSize(); }},
-        {"BrivonMessage5.dll SetSource", [] { SuiteMessage("t").SetSource(one); }},
-        {"BrivonMessage5.dll GetSource", [] { message.GetSource(); }},
-        {"BrivonMessage5.dll SetPayload", [] { SuiteMessage("t").SetPayload(""); }},
-        {"BrivonMessage5.dll SetDestinations", [] { SuiteMessage("t").SetDestinations(&one, 1); }},
-        {"BrivonMessage5.dll GetDestinationCount", [] { message.GetDestinationCount(); }},
-        {"BrivonMessage5.dll GetDestinations", [] { message.GetDestinations(nullptr); }},
-        {"BrivonMessage5.dll SetConfig", [] { IBrivonMessageDispatcher::SetConfig("", ""); }},
-        {"BrivonMessage5.dll GetInstance", [] { IBrivonMessageDispatcher::GetInstance(&dispatcher); }},
-        {"BrivonMessage5.dll ReleaseInstance", [] { IBrivonMessageDispatcher::ReleaseInstance(); }},
-        {"BrivonMessage5.dll Send", [] { dispatcher->Send(message); }},
-        {"BrivonMessage5.dll Listener", [] { dispatcher->AddMessageListener(new Listener); }},
-        {"BrivonMessage5.dll AddMessageListener", [] { dispatcher->AddMessageListener(&listener); }},
-        {"BrivonMessage5.dll RemoveMessageListener", [] { dispatcher->RemoveMessageListener(&listener); }},
-        {"BrivonMessage5.dll AddErrorListener", [] { dispatcher->AddErrorListener(&listener); }},
-        {"BrivonMessage5.dll RemoveErrorListener", [] { dispatcher->RemoveErrorListener(&listener); }},
-        {"BrivonMessage5.dll RegisterEndPointsCallback",
-         [] { dispatcher->RegisterEndPointsCallback(onEndPoints, text); }},
-        {"BrivonMessage5.dll UnregisterEndPointsCallback",
-         [] { dispatcher->UnregisterEndPointsCallback(onEndPoints, text); }},
-        {"BrivonMessage5.dll RefreshEndPoints", [] { dispatcher->RefreshEndPoints(); }},
-        {"BrivonMessage5.dll IsRefreshing", [] { dispatcher->IsRefreshing(); }},
-        {"BrivonMessage5.dll GetSelfEndPoint", [] { dispatcher->GetSelfEndPoint(); }},
-        {"BrivonMessage5.dll IsReady", [] { dispatcher->IsReady(); }},
-        {"BrivonMessage5.dll GetEndPoints", [] { dispatcher->GetEndPoints(&endPoints, &count); }},
-        {"BrivonMessage5.dll ReleaseEndPoints",
-         [] {
-             dispatcher->GetEndPoints(&endPoints, &count);
-             dispatcher->ReleaseEndPoints(endPoints);
+    static const std::map<std::string, Calls> all = {
+        {"BrivonMessage5.dll",
+         {
+             {"EndPoint", [] { EndPoint().SetId("1"); }},
+             {"EndPoint-copy", [] { EndPoint(one).SetId("copy"); }},
+             {"EndPoint-assign", [] { one = other; }},
+             {"SetId", [] { one.SetId("1"); }},
+             {"GetId", [] { one.GetId(text); }},
+             {"SuiteMessage", [] { SuiteMessage made("t"); }},
+             {"GetTypeSize", [] { message.GetTypeSize(); }},
+             {"SetSource", [] { SuiteMessage("t").SetSource(one); }},
+             {"GetSource", [] { message.GetSource(); }},
+             {"SetPayload", [] { SuiteMessage("t").SetPayload(""); }},
+             {"SetDestinations", [] { SuiteMessage("t").SetDestinations(two, 2); }},
+             {"GetDestinationCount", [] { message.GetDestinationCount(); }},
+             {"GetDestinations", [] { message.GetDestinations(nullptr); }},
+             {"SetConfig", [] { IBrivonMessageDispatcher::SetConfig("", ""); }},
+             {"GetInstance", [] { IBrivonMessageDispatcher::GetInstance(&dispatcher); }},
+             {"ReleaseInstance", [] { IBrivonMessageDispatcher::ReleaseInstance(); }},
+             {"Send", [] { dispatcher->Send(message); }},
+             {"Listener", [] { dispatcher->AddMessageListener(new Listener); }},
+             {"AddMessageListener", [] { dispatcher->AddMessageListener(&listener); }},
+             {"RemoveMessageListener", [] { dispatcher->RemoveMessageListener(&listener); }},
+             {"AddErrorListener", [] { dispatcher->AddErrorListener(&listener); }},
+             {"RemoveErrorListener", [] { dispatcher->RemoveErrorListener(&listener); }},
+             {"RegisterEndPointsCallback", [] { dispatcher->RegisterEndPointsCallback(onEndPoints, text); }},
+             {"UnregisterEndPointsCallback", [] { dispatcher->UnregisterEndPointsCallback(onEndPoints, text); }},
+             {"RefreshEndPoints", [] { dispatcher->RefreshEndPoints(); }},
+             {"IsRefreshing", [] { dispatcher->IsRefreshing(); }},
+             {"GetSelfEndPoint", [] { dispatcher->GetSelfEndPoint(); }},
+             {"IsReady", [] { dispatcher->IsReady(); }},
+             {"GetEndPoints", [] { dispatcher->GetEndPoints(&endPoints, &count); }},
+             {"ReleaseEndPoints",
+              [] {
+                  dispatcher->GetEndPoints(&endPoints, &count);
+                  dispatcher->ReleaseEndPoints(endPoints);
+              }},
          }},
-        {"BrivonControl.dll GetInstance", [] { IBrivonController::GetInstance(&controller); }},
-        {"BrivonControl.dll ReleaseInstance", [] { IBrivonController::ReleaseInstance(); }},
-        {"BrivonControl.dll SetConfig", [] { IBrivonController::SetConfig("", ""); }},
-        {"BrivonControl.dll SetConfigEx:", [] { IBrivonController::SetConfigEx(attributes); }},
-        {"BrivonControl.dll LaunchApp", [] { controller->LaunchApp("a", true, ""); }},
-        {"BrivonControl.dll IsAppInstalled", [] { controller->IsAppInstalled("a"); }},
-        {"BrivonControl.dll IsAppRunning", [] { controller->IsAppRunning("a"); }},
-        {"BrivonControl.dll IsAppRunningByName", [] { controller->IsAppRunningByName("a"); }},
-        {"BrivonControl.dll GetAppPath", [] { controller->GetAppPath("a", &path); }},
-        {"BrivonControl.dll ReleaseAppPath",
-         [] {
-             controller->GetAppPath("a", &path);
-             controller->ReleaseAppPath(path);
+        {"BrivonControl.dll",
+         {
+             {"GetInstance", [] { IBrivonController::GetInstance(&controller); }},
+             {"ReleaseInstance", [] { IBrivonController::ReleaseInstance(); }},
+             {"SetConfig", [] { IBrivonController::SetConfig("", ""); }},
+             {"SetConfigEx", [] { IBrivonController::SetConfigEx(attributes); }},
+             {"LaunchApp", [] { controller->LaunchApp("a", true, ""); }},
+             {"IsAppInstalled", [] { controller->IsAppInstalled("a"); }},
+             {"IsAppRunning", [] { controller->IsAppRunning("a"); }},
+             {"IsAppRunningByName", [] { controller->IsAppRunningByName("a"); }},
+             {"GetAppPath", [] { controller->GetAppPath("a", &path); }},
+             {"ReleaseAppPath",
+              [] {
+                  controller->GetAppPath("a", &path);
+                  controller->ReleaseAppPath(path);
+              }},
+             {"GetSpecifiers", [] { controller->GetSpecifiers(&list, &count); }},
+             {"ReleaseSpecifiers",
+              [] {
+                  controller->GetSpecifiers(&list, &count);
+                  controller->ReleaseSpecifiers(list, count);
+              }},
+             {"GetProcessId", [] { controller->GetProcessId("a"); }},
          }},
-        {"BrivonControl.dll GetSpecifiers", [] { controller->GetSpecifiers(&list, &count); }},
-        {"BrivonControl.dll ReleaseSpecifiers",
-         [] {
-             controller->GetSpecifiers(&list, &count);
-             controller->ReleaseSpecifiers(list, count);
-         }},
-        {"BrivonControl.dll GetProcessId", [] { controller->GetProcessId("a"); }},
     };
-    return all;
+    return all.at(info[0].As<Napi::String>());
 }
 
 // What a call of the contract throws.
 Napi::Value attempt(const Napi::CallbackInfo& info) {
     std::string thrown = "nothing";
     try {
-        calls().at(info[0].As<Napi::String>().Utf8Value())();
+        callsOf(info).at(info[1].As<Napi::String>())();
     } catch (const std::exception& exception) {
         thrown = exception.what();
     } catch (...) {
@@ -113,7 +119,7 @@ Napi::Value names(const Napi::CallbackInfo& info) {
     one.SetId("one");
     other.SetId("other");
     const Napi::Array array = Napi::Array::New(info.Env());
-    for (const auto& [name, call] : calls())
+    for (const auto& [name, call] : callsOf(info))
         array.Set(array.Length(), name);
     return array;
 }

@@ -1,7 +1,8 @@
 // The second vendor's messaging library, made from the contract alone. An endpoint is larger than the contract shows,
 // keeps its texts in memory that setters allocate, and has members that only a setter writes; every use of one that is
-// no endpoint ends the process. Its numbers: "endpoints" are listed, "notYet", "notReady" and "refreshing" are answered
-// that many times. Its order "deliver COUNT TYPE PAYLOAD" has a thread hand messages to the listeners.
+// no endpoint ends the process. Its orders:
+//   "answer ENDPOINTS NOTYET NOTREADY REFRESHING"  how many are listed, and how often it is each of the others
+//   "deliver COUNT TYPE PAYLOAD"                   has a thread hand messages to the listeners
 #include "BrivonMessage5.h"
 #include "vendor.h"
 
@@ -39,36 +40,26 @@ void write(const char* text, char* to) {
     memcpy(to, text == nullptr ? "" : text, sizeOf(text));
 }
 
+void copy(const EndPoint* from, size_t count, EndPoint* to) {
+    for (size_t i = 0; i < count; ++i)
+        to[i] = from[i];
+}
+
 void verify(size_t canary) {
     if (canary != kCanary)
         __builtin_trap();
 }
 
-bool countDown(const char* name) {
-    const long left = number(name);
-    if (left > 0)
-        setNumber(name, left - 1);
-    return left > 0;
-}
+size_t endpoints = 0;
+long notYet = 0, notReady = 0, refreshing = 0;
 
 } // namespace
 
 #define ENDPOINT_TEXT(Name, index)                                                                                     \
-    void EndPoint::Set##Name(const char* text) {                                                                       \
-        const Call call("Set" #Name);                                                                                  \
-        verify(canary_);                                                                                               \
-        texts_[index] = replace(texts_[index], text);                                                                  \
-        late_[1] = static_cast<size_t>(texts_[index][0]);                                                              \
-    }                                                                                                                  \
-    size_t EndPoint::Get##Name##Size() const {                                                                         \
-        const Call call("Get" #Name "Size");                                                                           \
-        verify(canary_);                                                                                               \
-        return sizeOf(texts_[index]);                                                                                  \
-    }                                                                                                                  \
-    void EndPoint::Get##Name(char* to) const {                                                                         \
-        const Call call("Get" #Name);                                                                                  \
-        write(texts_[index], to);                                                                                      \
-    }
+    OPERATION(void, EndPoint::Set##Name, (const char* text), verify(canary_);                                          \
+              texts_[index] = replace(texts_[index], text); late_[1] = static_cast<size_t>(texts_[index][0]);)         \
+    OPERATION(size_t, EndPoint::Get##Name##Size, () const, verify(canary_); return sizeOf(texts_[index]);)             \
+    OPERATION(void, EndPoint::Get##Name, (char* to) const, write(texts_[index], to);)
 ENDPOINT_TEXT(Id, 0)
 ENDPOINT_TEXT(AppId, 1)
 ENDPOINT_TEXT(AppVersion, 2)
@@ -104,14 +95,8 @@ EndPoint::~EndPoint() {
 }
 
 #define TEXT(Class, Name, value)                                                                                       \
-    size_t Class::Get##Name##Size() const {                                                                            \
-        const Call call("Get" #Name "Size");                                                                           \
-        return sizeOf(value);                                                                                          \
-    }                                                                                                                  \
-    void Class::Get##Name(char* to) const {                                                                            \
-        const Call call("Get" #Name);                                                                                  \
-        write(value, to);                                                                                              \
-    }
+    OPERATION(size_t, Class::Get##Name##Size, () const, return sizeOf(value);)                                         \
+    OPERATION(void, Class::Get##Name, (char* to) const, write(value, to);)
 TEXT(BrivonMessage, Type, in(fields_).type)
 TEXT(BrivonMessage, AppId, "sender")
 TEXT(BrivonMessage, AppVersion, "1.0")
@@ -132,34 +117,18 @@ const char* const ErrorMessage::TYPE = "brivon.ErrorMessage";
 SuiteMessage::SuiteMessage(const char* type)
     : BrivonMessage(type) {}
 SuiteMessage::~SuiteMessage() {}
-void SuiteMessage::SetSource(const EndPoint& source) {
-    const Call call("SetSource");
-    in(fields_).source = source;
-}
-EndPoint SuiteMessage::GetSource() const {
-    const Call call("GetSource");
-    return in(fields_).source;
-}
+OPERATION(void, SuiteMessage::SetSource, (const EndPoint& source), in(fields_).source = source;)
+OPERATION(EndPoint, SuiteMessage::GetSource, () const, return in(fields_).source;)
+OPERATION(size_t, SuiteMessage::GetDestinationCount, () const, return in(fields_).count;)
+OPERATION(void, SuiteMessage::GetDestinations, (EndPoint * destinations) const,
+          copy(in(fields_).destinations, in(fields_).count, destinations);)
+OPERATION(void, SuiteMessage::SetPayload, (const char* payload),
+          in(fields_).payload = replace(in(fields_).payload, payload);)
 void SuiteMessage::SetDestinations(const EndPoint* destinations, size_t count) {
     const Call call("SetDestinations");
-    Fields& fields = in(fields_);
-    delete[] fields.destinations;
-    fields.destinations = new EndPoint[count];
-    for (fields.count = 0; fields.count < count; ++fields.count)
-        fields.destinations[fields.count] = destinations[fields.count];
-}
-size_t SuiteMessage::GetDestinationCount() const {
-    const Call call("GetDestinationCount");
-    return in(fields_).count;
-}
-void SuiteMessage::GetDestinations(EndPoint* destinations) const {
-    const Call call("GetDestinations");
-    for (size_t i = 0; i < in(fields_).count; ++i)
-        destinations[i] = in(fields_).destinations[i];
-}
-void SuiteMessage::SetPayload(const char* payload) {
-    const Call call("SetPayload");
-    in(fields_).payload = replace(in(fields_).payload, payload);
+    delete[] in(fields_).destinations;
+    in(fields_).count = count;
+    copy(destinations, count, in(fields_).destinations = new EndPoint[count]);
 }
 IBrivonMessageListener::IBrivonMessageListener() {
     const Call call("Listener");
@@ -182,21 +151,16 @@ struct Opened : SuiteMessage {
 };
 
 #define LISTENERS(Kind, kept)                                                                                          \
-    void Add##Kind##Listener(IBrivonMessageListener* listener) override {                                              \
-        const Call call("Add" #Kind "Listener");                                                                       \
-        kept = listener;                                                                                               \
-    }                                                                                                                  \
-    void Remove##Kind##Listener(IBrivonMessageListener* listener) override {                                           \
-        const Call call("Remove" #Kind "Listener");                                                                    \
-        kept = kept == listener ? nullptr : kept;                                                                      \
-    }
+    OPERATION(void, Add##Kind##Listener, (IBrivonMessageListener * listener) override, kept = listener;)               \
+    OPERATION(void, Remove##Kind##Listener, (IBrivonMessageListener * listener) override,                              \
+              kept = kept == listener ? nullptr : kept;)
 class Dispatcher final : public IBrivonMessageDispatcher {
 public:
     void Reserved0() override { __builtin_trap(); }
     BrivonMessageErrorCode Send(const SuiteMessage& message) override {
         const Fields& sent = Opened::of(message);
         char detail[2048];
-        size_t end = static_cast<size_t>(sprintf(detail, ":%s:%s:", sent.type, sent.payload));
+        size_t end = static_cast<size_t>(sprintf(detail, "%s:%s:", sent.type, sent.payload));
         for (size_t i = 0; i < sent.count && end < sizeof detail - 32; ++i) {
             sent.destinations[i].GetId(detail + end);
             end += strlen(detail + end);
@@ -208,13 +172,11 @@ public:
     }
     LISTENERS(Message, messages_)
     LISTENERS(Error, errors_)
-    void RegisterEndPointsCallback(EndPointsCallback callback, void* context) override {
-        const Call call("RegisterEndPointsCallback");
-        *find(nullptr, nullptr) = {callback, context};
-    }
+    OPERATION(void, RegisterEndPointsCallback, (EndPointsCallback callback, void* context) override,
+              *find(nullptr, nullptr) = {callback, context};)
     void UnregisterEndPointsCallback(EndPointsCallback callback, void* context) override {
         Registered* registered = find(callback, context);
-        const Call call("UnregisterEndPointsCallback", registered != nullptr ? "" : ":unknown");
+        const Call call("UnregisterEndPointsCallback", registered != nullptr ? "" : "unknown");
         if (registered != nullptr)
             *registered = {};
     }
@@ -228,29 +190,17 @@ public:
                     registered.callback(registered.context);
             }
         } catch (const std::exception& exception) {
-            const Call caught("caught:", exception.what());
+            const Call caught("caught", exception.what());
         } catch (...) {
             const Call caught("caught");
         }
     }
-    bool IsRefreshing() override {
-        const Call call("IsRefreshing");
-        return countDown("refreshing");
-    }
-    EndPoint GetSelfEndPoint() override {
-        const Call call("GetSelfEndPoint");
-        EndPoint self;
-        self.SetId("self");
-        return self;
-    }
-    bool IsReady() override {
-        const Call call("IsReady");
-        return !countDown("notReady");
-    }
+    OPERATION(bool, IsRefreshing, () override, return refreshing-- > 0;)
+    OPERATION(bool, IsReady, () override, return notReady-- <= 0;)
+    OPERATION(EndPoint, GetSelfEndPoint, () override, EndPoint self; self.SetId("self"); return self;)
     void GetEndPoints(EndPoint** endPoints, size_t* count) override {
         const Call call("GetEndPoints");
-        *count = static_cast<size_t>(number("endpoints"));
-        *endPoints = new EndPoint[*count];
+        *endPoints = new EndPoint[*count = endpoints];
         for (size_t i = 0; i < *count; ++i) {
             char id[16];
             sprintf(id, "%d", static_cast<int>(i));
@@ -259,11 +209,7 @@ public:
         }
         lists += *count > 0;
     }
-    void ReleaseEndPoints(EndPoint* endPoints) override {
-        const Call call("ReleaseEndPoints");
-        delete[] endPoints;
-        --lists;
-    }
+    OPERATION(void, ReleaseEndPoints, (EndPoint * endPoints) override, --lists; delete[] endPoints;)
 
     void deliver(long count, const char* type, const char* payload) {
         for (; count > 0; --count) {
@@ -299,25 +245,20 @@ unsigned long deliver(void* order) {
 
 } // namespace
 
-BrivonMessageErrorCode IBrivonMessageDispatcher::SetConfig(const char*, const char*) {
-    const Call call("SetConfig");
-    return BrivonMessageErrorCode_Success;
-}
-BrivonMessageErrorCode IBrivonMessageDispatcher::GetInstance(IBrivonMessageDispatcher** result) {
-    const Call call("GetInstance");
-    if (countDown("notYet"))
-        return BrivonMessageErrorCode_NotYetAvailable;
-    *result = &dispatcher;
-    return BrivonMessageErrorCode_Success;
-}
-void IBrivonMessageDispatcher::ReleaseInstance() {
-    const Call call("ReleaseInstance");
-}
+OPERATION(BrivonMessageErrorCode, IBrivonMessageDispatcher::SetConfig, (const char*, const char*),
+          return BrivonMessageErrorCode_Success;)
+OPERATION(BrivonMessageErrorCode, IBrivonMessageDispatcher::GetInstance, (IBrivonMessageDispatcher * *result),
+          *result = notYet > 0 ? nullptr : &dispatcher;
+          return notYet-- > 0 ? BrivonMessageErrorCode_NotYetAvailable : BrivonMessageErrorCode_Success;)
+OPERATION(void, IBrivonMessageDispatcher::ReleaseInstance, (), )
 
 } // namespace kesta::brivon::api5
 
 void ownOrder(const char* order) {
-    void* thread = CreateThread(nullptr, 0, kesta::brivon::api5::deliver, const_cast<char*>(order), 0, nullptr);
+    using namespace kesta::brivon::api5;
+    if (sscanf(order, "answer %zu %ld %ld %ld", &endpoints, &notYet, &notReady, &refreshing) == 4)
+        return;
+    void* thread = CreateThread(nullptr, 0, deliver, const_cast<char*>(order), 0, nullptr);
     WaitForSingleObject(thread, 0xFFFFFFFF);
     CloseHandle(thread);
 }

@@ -7,10 +7,6 @@ char notes[1 << 16];
 size_t noted = 0;
 bool isNoting = false;
 char throwing[64] = "-", kind[64] = "-";
-struct Number {
-    char name[32];
-    long value;
-} numbers[8];
 
 class NotesLock {
 public:
@@ -61,14 +57,6 @@ void fail() {
     }
 }
 
-Number* find(const char* name) {
-    for (Number& each : numbers) {
-        if (each.name[0] == '\0' || strcmp(each.name, name) == 0)
-            return &each;
-    }
-    __builtin_trap();
-}
-
 } // namespace
 
 long texts, lists;
@@ -94,22 +82,16 @@ void freeText(char* text) {
 }
 
 Call::Call(const char* operation, const char* detail) {
+    while (const char* colon = strchr(operation, ':'))
+        operation = colon + 1;
     {
         const NotesLock lock;
-        if (noted + strlen(operation) + strlen(detail) + 2 < sizeof notes)
-            noted += static_cast<size_t>(sprintf(notes + noted, " %s%s", operation, detail));
+        if (noted + strlen(operation) + strlen(detail) + 3 < sizeof notes)
+            noted +=
+                static_cast<size_t>(sprintf(notes + noted, " %s%s%s", operation, *detail == '\0' ? "" : ":", detail));
     }
     if (strcmp(throwing, operation) == 0)
         fail();
-}
-
-long number(const char* name) {
-    return find(name)->value;
-}
-void setNumber(const char* name, long value) {
-    Number* found = find(name);
-    memcpy(found->name, name, strlen(name) + 1);
-    found->value = value;
 }
 
 namespace std {
@@ -127,13 +109,8 @@ exception::~exception() {
 } // namespace std
 
 void vendor_order(const char* order) {
-    char name[64] = "";
-    long value = 0;
-    if (sscanf(order, "throw %63s %63s", throwing, kind) == 2)
-        return;
-    if (sscanf(order, "set %31s %ld", name, &value) == 2)
-        return setNumber(name, value);
-    ownOrder(order);
+    if (sscanf(order, "throw %63s %63s", throwing, kind) != 2)
+        ownOrder(order);
 }
 
 const char* vendor_report() {

@@ -2,7 +2,7 @@
 // told to. Told and asked through two plain functions of each:
 //   "throw OPERATION KIND"  that operation throws from now on: standard, other, object, nested or rethrown; "throw - -"
 //                           ends it
-//   "set NAME NUMBER"       sets one of a library's own numbers
+// Any other order is the library's own.
 #ifndef VENDOR_H
 #define VENDOR_H
 
@@ -14,6 +14,7 @@ void* malloc(size_t size);
 void free(void* memory);
 void* memcpy(void* to, const void* from, size_t size);
 size_t strlen(const char* text);
+const char* strchr(const char* text, int byte);
 int strcmp(const char* one, const char* other);
 int sprintf(char* to, const char* format, ...);
 int sscanf(const char* from, const char* format, ...);
@@ -44,7 +45,7 @@ struct Local : Counted {
 char* copyText(const char* text);
 void freeText(char* text);
 
-// The beginning of every operation.
+// The beginning of every operation; what its name is qualified with is left out.
 struct Call {
     explicit Call(const char* operation, const char* detail = "");
 
@@ -52,9 +53,12 @@ private:
     Local local_;
 };
 
-// Numbers that an order sets; the library's own order when it knows the name.
-long number(const char* name);
-void setNumber(const char* name, long value);
+#define OPERATION(result, Name, parameters, ...)                                                                       \
+    result Name parameters {                                                                                           \
+        const Call call(#Name);                                                                                        \
+        __VA_ARGS__                                                                                                    \
+    }
+
 void ownOrder(const char* order);
 extern long texts, lists;
 
