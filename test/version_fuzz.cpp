@@ -1,5 +1,5 @@
 // Feeds any bytes to the version reader as an executable, then asks the block for what a caller would, and more. The
-// input's last bytes double as a name to ask for, and as a text to convert there and back.
+// input's last bytes double as a name to ask for.
 #include "brivoncontroladapter_version.h"
 #include "pe_version.h"
 
@@ -32,18 +32,6 @@ void require(bool holds) {
         std::abort();
 }
 
-// Text that has been made of anything is text: it goes both ways unchanged, in exactly the room that was measured.
-void convert(const std::string& bytes) {
-    const auto measured = toWide(bytes.c_str());
-    require(measured != nullptr);
-    const platform::WideString wide = measured.get();
-    char text[3 * 32 + 1];
-    const int size = WideCharToMultiByte(CP_UTF8, 0, wide.c_str(), -1, nullptr, 0, nullptr, nullptr);
-    require(size == 1 || WideCharToMultiByte(CP_UTF8, 0, wide.c_str(), -1, text, size - 1, nullptr, nullptr) == 0);
-    require(WideCharToMultiByte(CP_UTF8, 0, wide.c_str(), -1, text, size, nullptr, nullptr) == size);
-    require(wide == toWide(text).get());
-}
-
 // A block on the heap, of exactly the given size, so that the address sanitizer sees every step beyond it.
 void ask(const Bytes& file, DWORD size, const platform::WideString& chosen) {
     const auto block = std::make_unique<std::uint8_t[]>(size);
@@ -69,8 +57,6 @@ void ask(const Bytes& file, DWORD size, const platform::WideString& chosen) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const std::size_t tail = std::min<std::size_t>(size, 32);
-    convert(std::string(reinterpret_cast<const char*>(data) + size - tail, tail));
     const Bytes file(data, size);
     const DWORD whole = versionBlockSize(file);
     require(whole <= 0x10000 + 4);

@@ -93,12 +93,3 @@ test('a script is seen running under its own name, which those that only name it
     fs.writeFileSync(file('stop'), '');
     await until(() => !adapter.isAppRunning('script'));
 });
-
-test('adapters of several library paths are answered for the latest', () => {
-    _setLibraryPath(file('nowhere'));
-    assert.deepEqual(new BrivonControlAdapter().getSpecifiers(), []);
-    assertKnown(name, { isInstalled: false });
-    _setLibraryPath(folder);
-    new BrivonControlAdapter();
-    assertKnown(name, {});
-});

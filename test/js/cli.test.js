@@ -3,8 +3,6 @@
 // The command-line tools, as processes of their own. Their standard output is a file, which is not a terminal.
 
 const assert = require('node:assert/strict');
-const { spawn } = require('node:child_process');
-const { once } = require('node:events');
 const fs = require('node:fs');
 const path = require('node:path');
 const { test } = require('node:test');
@@ -151,11 +149,4 @@ test('apps and launch', async (t) => {
     fs.writeFileSync(`${report}.stop`, '');
     const { code, stderr } = await start(t, `launch missing --folder ${folder}`).exited;
     assert.deepEqual([code, stderr], [1, "brivonjs: 'missing' was not launched\n"]);
-});
-
-test('a tool ends quietly when its reader has gone', { skip: isWindows && 'pipes are not enough here' }, async () => {
-    const tool = spawn(process.execPath, [cli, '--help']);
-    tool.stdout.destroy();
-    const complaints = tool.stderr.toArray();
-    assert.deepEqual([await once(tool, 'exit'), await complaints], [[0, null], []]);
 });

@@ -1,6 +1,6 @@
 'use strict';
 
-// What the module exports, and the arguments that it and the scripts refuse.
+// What the module exports, and the arguments that it refuses.
 
 const assert = require('node:assert/strict');
 const test = require('node:test');
@@ -70,18 +70,4 @@ test('bad arguments get their errors before a library is asked', () => {
                 `${expected}: ${method.name}(${args})`,
             );
     assert.deepEqual([...messaging.takeCalls(), ...control.takeCalls()], []);
-});
-
-test('the scripts refuse what they cannot do', () => {
-    for (const [script, method, ...args] of [
-        [messaging, 'answer', 'Sned', 0],
-        [messaging, 'answer', 'Send', 0, 0],
-        [messaging, 'answer', 'Send', 0.5],
-        [control, 'answer', 'GetProcessId', 2 ** 31],
-        [messaging, 'setEndpoints', [{ id: 1 }]],
-        [messaging, 'deliver', { type: 't', listeners: 'none' }],
-        [control, 'answer', 'IsAppRunning', { throws: 'x' }],
-        [control, 'answer', 'GetSpecifiers', ['a', 1]],
-    ])
-        assert.throws(() => script[method](...args), /^TypeError: ./, `${method} ${args}`);
 });

@@ -82,14 +82,3 @@ test('workers that come and go at once, in every way, leave the main thread on t
         0,
     );
 });
-
-test('a listener keeps its process alive, and a removed one too', async () => {
-    for (const remove of ['', 'keep.removeAllListeners();'])
-        await assertEnds(
-            `${joined} keep.addErrorListener(() => {}); ${remove}
-            // Such a timer fires only in a process that something else keeps alive.
-            setTimeout(() => process.exit(9), 200).unref();
-            process.disconnect();`,
-            9,
-        );
-});

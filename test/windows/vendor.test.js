@@ -8,15 +8,7 @@ const fs = require('node:fs');
 const path = require('node:path');
 const { test } = require('node:test');
 
-const {
-    buildDirectory,
-    CallLog,
-    collectUntil,
-    endedAbnormally,
-    root,
-    runScript,
-    temporaryFolder,
-} = require('../support/support');
+const { buildDirectory, CallLog, collectUntil, endedAbnormally, root, runScript } = require('../support/support');
 
 const variant = process.env.VENDOR ?? 'within';
 const folder = path.join(buildDirectory, 'test', 'vendor', variant);
@@ -230,20 +222,4 @@ test('100,000 lists, sends and deliveries leave nothing behind, and a collected 
     let calls = '';
     await collectUntil(() => (calls += report(messaging).calls).includes('ReleaseInstance'));
     assert.match(calls, /UnregisterEndPointsCallback (.* )?ReleaseInstance/);
-});
-
-test('a library for another processor, or a file that is no library, is an error that names the module’s file', async (t) => {
-    for (const [name, wrong] of [
-        [messaging, path.join(buildDirectory, 'test', 'samples', 'plain.ia32.exe')],
-        [control, __filename],
-    ]) {
-        const copies = temporaryFolder(t);
-        for (const file of [messaging, control, 'BrivonJS.node'])
-            fs.copyFileSync(file === name ? wrong : path.join(folder, file), path.join(copies, file));
-        const BRIVONJS_MODULE = path.join(copies, 'BrivonJS.node');
-        const script = `try { require(root + '/lib'); } catch (error) { console.log(error.code, error.message); }`;
-        const { code, stdout } = await runScript(script, { env: { BRIVONJS_MODULE } });
-        assert.equal(code, 0);
-        assert.ok(stdout.startsWith(`ERR_DLOPEN_FAILED brivonjs cannot load ${BRIVONJS_MODULE}: `), stdout);
-    }
 });

@@ -9,7 +9,7 @@ const fs = require('node:fs');
 const os = require('node:os');
 const path = require('node:path');
 
-const root = path.join(__dirname, '..', '..');
+const root = path.join(__dirname, '..');
 const output = path.join(os.tmpdir(), `brivonjs-run-${process.pid}`);
 // The default reporter is another one in newer releases.
 const RUNNING = ['--test-force-exit', '--test-reporter=tap', '--test-timeout=300000'];
