@@ -36,7 +36,10 @@ test('without a dispatcher or a controller, an assertion with its expression, fi
 // A preloaded library notes the sleeps instead of sleeping.
 const spying = { skip: process.platform === 'win32' && 'no library can be preloaded here' };
 test('a dispatcher is waited for as promised', spying, async () => {
-    const preload = [process.env.LD_PRELOAD, path.join(support.buildDirectory, 'test', 'libsleep-spy.so')];
+    const preload = [
+        process.env.LD_PRELOAD,
+        path.join(support.buildDirectory, 'test', 'witness', 'libwitness-sleeps.so'),
+    ];
     const answer = (operation, count, value) => `messaging.answer('${operation}', ${value}, ${count});`;
     for (const [script, count, milliseconds, isFatal = false] of [
         [answer('GetInstance', 2, 4), 2, 6000],
@@ -46,7 +49,7 @@ test('a dispatcher is waited for as promised', spying, async () => {
         [answer('RefreshEndPoints', 1, false) + answer('IsRefreshing', Infinity, true), 20, 50],
     ]) {
         const log = temporaryFile();
-        const env = { LD_PRELOAD: preload.filter(Boolean).join(':'), SLEEP_SPY: log };
+        const env = { LD_PRELOAD: preload.filter(Boolean).join(':'), SLEEPS_TO: log };
         const ended = await run(`${script} ${construct} ${exit}`, { env });
         assert.equal(fs.readFileSync(log, 'utf8'), `${milliseconds}\n`.repeat(count), script);
         fs.unlinkSync(log);

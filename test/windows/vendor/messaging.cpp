@@ -31,7 +31,7 @@ Fields& in(void* fields) {
 
 char* replace(char* old, const char* text) {
     freeText(old);
-    return copyText(text);
+    return text == nullptr ? nullptr : copyText(text);
 }
 size_t sizeOf(const char* text) {
     return text == nullptr ? 1 : strlen(text) + 1;
@@ -75,16 +75,14 @@ EndPoint::EndPoint(const EndPoint& other)
     const Call call("EndPoint-copy");
     verify(other.canary_);
     for (int i = 0; i < 3; ++i)
-        texts_[i] = other.texts_[i] == nullptr ? nullptr : copyText(other.texts_[i]);
+        texts_[i] = replace(nullptr, other.texts_[i]);
 }
 EndPoint& EndPoint::operator=(const EndPoint& other) {
     const Call call("EndPoint-assign");
     verify(canary_);
     verify(other.canary_);
-    for (int i = 0; i < 3 && this != &other; ++i) {
-        freeText(texts_[i]);
-        texts_[i] = other.texts_[i] == nullptr ? nullptr : copyText(other.texts_[i]);
-    }
+    for (int i = 0; i < 3 && this != &other; ++i)
+        texts_[i] = replace(texts_[i], other.texts_[i]);
     return *this;
 }
 EndPoint::~EndPoint() {
@@ -164,8 +162,7 @@ public:
         for (size_t i = 0; i < sent.count && end < sizeof detail - 32; ++i) {
             sent.destinations[i].GetId(detail + end);
             end += strlen(detail + end);
-            detail[end++] = ',';
-            detail[end] = '\0';
+            end += static_cast<size_t>(sprintf(detail + end, ","));
         }
         const Call call("Send", detail);
         return BrivonMessageErrorCode_Success;

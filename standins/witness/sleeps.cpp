@@ -1,5 +1,5 @@
 // Preloaded into a process to see which sleeps it asks for, without spending them: each of 50 ms or more is written to
-// the file that SLEEP_SPY names, in milliseconds, one a line.
+// the file that SLEEPS_TO names, in milliseconds, one a line.
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -8,7 +8,7 @@ extern "C" __attribute__((visibility("default"))) int nanosleep(const timespec* 
     const long milliseconds = wanted->tv_sec * 1000 + wanted->tv_nsec / 1'000'000;
     if (milliseconds < 50)
         return clock_nanosleep(CLOCK_MONOTONIC, 0, wanted, nullptr);
-    const char* path = std::getenv("SLEEP_SPY");
+    const char* path = std::getenv("SLEEPS_TO");
     std::FILE* file = path == nullptr ? nullptr : std::fopen(path, "a");
     if (file != nullptr) {
         std::fprintf(file, "%ld\n", milliseconds);
