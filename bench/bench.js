@@ -94,7 +94,7 @@ async function compareDeliveries() {
         return (size, count) =>
             new Promise((resolve) => {
                 [received, expected, done] = [0, count, resolve];
-                subjects[0].sendMessage(`flood:${count}:${size}:${listener}`, '');
+                subject.sendMessage(`flood:${count}:${size}:${listener}`, '');
             });
     });
     for (const [size, bytes] of Object.entries({ '20 B': 20, '1 KiB': 1024, '64 KiB': 65536 })) {

@@ -167,13 +167,14 @@ public:
     void Reserved0() override {}
     BrivonMessageErrorCode Send(const SuiteMessage& message) override {
         const Flood* order = Incoming::floodOf(message);
-        if (order != nullptr && order->listener < listenerCount_)
+        if (order != nullptr && order->listener < kMostListeners && listeners_[order->listener] != nullptr)
             runOnLibraryThread(Delivery::run, new Delivery{*order, listeners_[order->listener]});
         return BrivonMessageErrorCode_Success;
     }
     void AddMessageListener(IBrivonMessageListener* listener) override {
-        if (listenerCount_ < kMostListeners)
-            listeners_[listenerCount_++] = listener;
+        const size_t number = nextListenerNumber();
+        if (number < kMostListeners)
+            listeners_[number] = listener;
     }
     void RemoveMessageListener(IBrivonMessageListener*) override {}
     void AddErrorListener(IBrivonMessageListener*) override {}
@@ -202,7 +203,6 @@ public:
 
 private:
     IBrivonMessageListener* listeners_[kMostListeners] = {};
-    size_t listenerCount_ = 0;
     EndPointsCallback callback_ = nullptr;
     void* context_ = nullptr;
 };

@@ -1,5 +1,6 @@
 #include "standard.h"
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
@@ -53,6 +54,11 @@ Flood* newFlood(const Flood& flood) {
 }
 void freeFlood(void* flood) {
     delete static_cast<Flood*>(flood);
+}
+
+size_t nextListenerNumber() {
+    static std::atomic<size_t> next = 0;
+    return next++;
 }
 
 size_t readNumber(const char* text) {

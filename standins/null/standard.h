@@ -26,6 +26,9 @@ Participant* newParticipant(size_t number);
 Flood* newFlood(const Flood& flood);
 void freeFlood(void* flood);
 
+// From 0 on.
+size_t nextListenerNumber();
+
 size_t readNumber(const char* text);
 // Whether the text is ":<count>:<size>:<listener>".
 bool readFlood(const char* text, Flood* flood);
