@@ -22,8 +22,9 @@ function matcher(glob = '*') {
 
 module.exports = {
     summary:
-        'joins the bus and prints what reaches it, until Ctrl-C: errors, what is sent to everyone, and what is sent to ' +
-        'the application that it joins as. To hear what an application is sent, join as that: --app-id calendar',
+        'joins the bus and prints what reaches it, until Ctrl-C: what is sent to everyone or to the application that it ' +
+        'joins as, and errors of the bus; not what is sent to one endpoint. To hear what an application is sent, join ' +
+        'as that, and as its version where that is named, too: --app-id calendar --app-version 3.0',
     joins: true,
     options: {
         type: { type: 'string', value: 'GLOB', text: "messages of such types only; '*' stands for anything" },
