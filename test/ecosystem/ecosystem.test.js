@@ -1,9 +1,10 @@
 'use strict';
 
-// Programs that use the installed package, bundled: with the package left out of the bundle, and with its JavaScript in
-// the bundle and BRIVONJS_MODULE naming the module. And the documented tests of an application, under each framework.
+// The ways of docs/bundlers.md to bundle a program that uses the installed package, as its blocks say them. And the
+// documented tests of an application, under each framework.
 
 const assert = require('node:assert/strict');
+const { exec } = require('node:child_process');
 const fs = require('node:fs');
 const path = require('node:path');
 const { test } = require('node:test');
@@ -13,44 +14,47 @@ const { Child, root, runScript, temporaryFolder } = require('../support/support'
 
 const installed = path.join(root, 'build', 'package', 'installed');
 const prebuilt = path.join(installed, 'node_modules/brivonjs/prebuilds', `${process.platform}-${process.arch}`);
+const modules = path.join(__dirname, 'node_modules');
 
-// Each bundles an entry to a file, leaving out these packages.
-const bundlers = {
-    webpack: (entry, file, externals) => {
-        const output = { path: path.dirname(file), filename: path.basename(file) };
-        return promisify(require('webpack'))({ target: 'node', entry, output, externals, externalsType: 'commonjs' });
-    },
-    rollup: async (input, file, external) => {
-        const plugins = [require('@rollup/plugin-node-resolve').default(), require('@rollup/plugin-commonjs')()];
-        await (await require('rollup').rollup({ input, external, plugins })).write({ file, format: 'cjs' });
-    },
-    esbuild: (entry, outfile, external) =>
-        require('esbuild').build({ entryPoints: [entry], outfile, external, bundle: true, platform: 'node' }),
-    ncc: async (entry, file, externals) => {
-        const { code } = await require('@vercel/ncc')(entry, { externals, cache: false, quiet: true, esm: false });
-        fs.writeFileSync(file, code);
-    },
-};
+const bundling = fs.readFileSync(path.join(root, 'docs', 'bundlers.md'), 'utf8');
+const [webpackConfig, rollupConfig, leavingOut, naming, intoModule] = [
+    ...bundling.matchAll(/^```\w+\n(.*?)^```/gms),
+].map(([, block]) => block);
 
-for (const [name, bundle] of Object.entries(bundlers)) {
-    test(name, async (t) => {
-        const folder = temporaryFolder(t, installed);
-        const entry = path.join(folder, 'app.mjs');
-        fs.writeFileSync(entry, "import { BrivonAdapter } from 'brivonjs';\nconsole.log(BrivonAdapter.name);\n");
-        for (const [place, external, BRIVONJS_MODULE] of [
-            [folder, ['brivonjs'], ''],
-            [temporaryFolder(t), [], path.join(prebuilt, 'BrivonJS.node')],
-        ]) {
-            const file = path.join(place, 'app.cjs');
-            await bundle(entry, file, external);
-            const ended = await new Child(file, { env: { BRIVONJS_MODULE } }).exited;
-            assert.deepEqual(ended, { code: 0, signal: null, stdout: 'BrivonAdapter\n', stderr: '' });
-        }
-    });
-}
+test('programs are bundled, without the package and with its JavaScript', async (t) => {
+    const folder = temporaryFolder(t, installed);
+    const place = temporaryFolder(t); // where the package is not found
+    const app = "import { BrivonAdapter } from 'brivonjs';\nconsole.log(BrivonAdapter.name);\n";
+    const whole = `import './naming.js';\n${app}`;
+    const programs = { 'src/app.js': app, 'src/app.mjs': app, 'src/naming.js': naming, 'src/whole.js': whole };
+    fs.mkdirSync(path.join(folder, 'src'));
+    const files = { ...programs, 'webpack.config.js': webpackConfig, 'rollup.config.mjs': rollupConfig };
+    for (const [name, text] of Object.entries(files)) fs.writeFileSync(path.join(folder, name), text);
+    fs.cpSync(prebuilt, path.join(place, 'native'), { recursive: true });
+    const PATH = `${path.join(modules, '.bin')}:${process.env.PATH}`;
+    const [esbuild, ncc] = leavingOut.split('\n');
+    for (const [bundle, file, home, BRIVONJS_MODULE = ''] of [
+        [require(path.join(folder, 'webpack.config.js')), 'main.js', folder],
+        ['rollup -c', 'app.cjs', folder],
+        [esbuild, 'app.cjs', folder],
+        [ncc, 'index.js', folder],
+        [{ target: 'node', entry: './src/whole.js' }, 'main.js', place],
+        ['rollup src/whole.js -o dist/app.cjs -f cjs -p node-resolve,commonjs', 'app.cjs', place],
+        ['esbuild src/whole.js --bundle --platform=node --outfile=dist/app.cjs', 'app.cjs', place],
+        ['ncc build src/whole.js -o dist', 'index.js', place],
+        [intoModule, 'app.mjs', place, path.join(place, 'native', 'BrivonJS.node')],
+    ]) {
+        const dist = path.join(folder, 'dist');
+        if (typeof bundle === 'string') await promisify(exec)(bundle, { cwd: folder, env: { ...process.env, PATH } });
+        else await promisify(require('webpack'))({ ...bundle, context: folder, output: { path: dist } });
+        fs.copyFileSync(path.join(dist, file), path.join(home, file));
+        fs.rmSync(dist, { recursive: true });
+        const ended = await new Child(path.join(home, file), { env: { BRIVONJS_MODULE } }).exited;
+        assert.deepEqual(ended, { code: 0, signal: null, stdout: 'BrivonAdapter\n', stderr: '' }, String(bundle));
+    }
+});
 
 const testing = fs.readFileSync(path.join(root, 'docs', 'testing.md'), 'utf8');
-const modules = path.join(__dirname, 'node_modules');
 
 // Each runs the block of the documentation whose first line names a file of its own.
 for (const [file, runner, args] of [
