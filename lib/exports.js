@@ -75,12 +75,13 @@ function sectionsOfPe(bytes, header) {
 
 // ---- Linux: an ELF file
 
-const ELF = { X64: 62, SHARED: 3, DYNAMIC_SYMBOLS: 11, EXPORTED: [1, 2, 10] }; // global, weak and unique
+const ELF = { SHARED: 3, DYNAMIC_SYMBOLS: 11, EXPORTED: [1, 2, 10] }; // global, weak and unique
+const ELF_PROCESSORS = { x64: 62, arm64: 183 };
 
 function* namesOfElf(bytes) {
     // 64 bits, the least significant byte first.
     if (textAt(bytes, 0, 6) !== '\x7fELF\x02\x01') throw new Fault('is no library for 64-bit Linux');
-    checkProcessor(bytes.readUInt16LE(18), ELF.X64);
+    checkProcessor(bytes.readUInt16LE(18), ELF_PROCESSORS[process.arch]);
     if (bytes.readUInt16LE(16) !== ELF.SHARED) throw new Fault('is no library');
 
     const at = (offset) => Number(bytes.readBigUInt64LE(offset));

@@ -50,7 +50,7 @@ function platformError(message, options) {
     const here = process.platform === 'linux' ? `${platform} with ${libc()}` : platform;
     const hint =
         known.length > 0
-            ? `There are modules for ${known.join(' and ')}; this is ${here}`
+            ? `There are modules for ${known.join(', ')}; this is ${here}`
             : 'There are none for other platforms either: is this a bundle that brivonjs should have been left out of?';
     return Object.assign(new Error(`${message}. ${hint}`, options), { code: 'ERR_BRIVONJS_PLATFORM' });
 }

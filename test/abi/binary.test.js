@@ -1,6 +1,6 @@
 'use strict';
 
-// The built files themselves, of both platforms, read on the machine that builds.
+// The built files themselves, of all platforms, read on the machine that builds.
 
 const assert = require('node:assert/strict');
 const { execFileSync } = require('node:child_process');
@@ -14,11 +14,12 @@ const run = (tool, ...args) => execFileSync(tool, args, { encoding: 'utf8', maxB
 const read = (tool, ...args) => run(`x86_64-w64-mingw32-${tool}`, ...args);
 const built = (platform, name) => path.join(root, 'build', platform, name);
 const firsts = (text, pattern) => [...new Set([...text.matchAll(pattern)].map(([, name]) => name))].sort();
+const linuxModules = ['linux-x64', 'linux-arm64'].map((platform) => built(platform, 'BrivonJS.node'));
 const windowsModule = built('win32-x64', 'BrivonJS.node');
 
 test('the module exports its registration, which is data, and nothing else', () => {
-    const module = built('linux-x64', 'BrivonJS.node');
-    assert.match(run('nm', '-D', '--defined-only', module), /^[0-9a-f]{16} D _register_BrivonJS_\n$/);
+    for (const module of linuxModules)
+        assert.match(run('nm', '-D', '--defined-only', module), /^[0-9a-f]{16} D _register_BrivonJS_\n$/);
     const [, names] = read('objdump', '-p', windowsModule).split('[Ordinal/Name Pointer] Table');
     assert.deepEqual(firsts(names, /^\t\[ +\d+\] (\S+)/gm), ['_register_BrivonJS_']);
     const [, section] = read('objdump', '-t', windowsModule).match(/\(sec +(\d+)\).* _register_BrivonJS_$/m);
@@ -26,7 +27,7 @@ test('the module exports its registration, which is data, and nothing else', () 
 });
 
 test('libraries are found beside the module, and are those of the contracts and of the system, no compiler’s', () => {
-    assert.match(run('readelf', '-dW', built('linux-x64', 'BrivonJS.node')), /RUNPATH\).*\[\$ORIGIN\]/);
+    for (const module of linuxModules) assert.match(run('readelf', '-dW', module), /RUNPATH\).*\[\$ORIGIN\]/);
     for (const [name, imports] of [
         ['BrivonJS.node', 'BrivonControl.dll BrivonMessage5.dll KERNEL32.dll VERSION.dll msvcrt.dll'],
         ['BrivonMessage5.dll', 'KERNEL32.dll msvcrt.dll'],

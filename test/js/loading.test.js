@@ -152,7 +152,7 @@ test('a platform without a module gets an Error with its C library, and what oth
     const missing = `${process.platform}-pdp11`;
     assert.ok(message.startsWith(`brivonjs has no native module for ${missing}: there is neither ${folder}`), message);
     const here = `${missing}${isWindows ? '' : ' with glibc 2.36'}`;
-    assert.ok(message.endsWith(`There are modules for linux-x64 with glibc and win32-x64; this is ${here}`), message);
+    assert.ok(message.endsWith(`There are modules for linux-x64 with glibc, win32-x64; this is ${here}`), message);
 });
 
 test('a module that was made for another C library says so', { skip: isWindows && 'on Linux only' }, async (t) => {

@@ -24,7 +24,7 @@ function assertSucceeds(program, ...args) {
     return stdout;
 }
 
-test('the tarball holds what a developer needs, for both platforms, and linters have nothing to say', () => {
+test('the tarball holds what a developer needs, for all platforms, and linters have nothing to say', () => {
     const within = (folder, names) => names.split(' ').map((name) => `${folder}/${name}`);
     const all = (folder) =>
         fs
@@ -36,6 +36,7 @@ test('the tarball holds what a developer needs, for both platforms, and linters 
     const expected = [
         ...'CHANGELOG.md LICENSE NOTICES.md README.md SECURITY.md package.json'.split(' '),
         ...['examples/application.test.js', ...all('docs'), ...all('lib')],
+        ...within('prebuilds/linux-arm64', `BrivonJS.node imports.json ${linux}`),
         ...within('prebuilds/linux-x64', `BrivonJS.node imports.json ${linux}`),
         ...within('prebuilds/win32-x64', `BrivonJS.node imports.json ${windows}`),
     ];
