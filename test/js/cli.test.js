@@ -8,11 +8,10 @@ const path = require('node:path');
 const { test } = require('node:test');
 
 const { version } = require('../../package.json');
-const { buildDirectory, Child, Endpoint, newBus, root } = require('../support/support');
+const { Child, Endpoint, launchedApp, newBus, root } = require('../support/support');
 const { runScript, temporaryFile, temporaryFolder, until } = require('../support/support');
 
 const isWindows = process.platform === 'win32';
-const suffix = isWindows ? '.exe' : '';
 const cli = path.join(root, 'lib', 'cli', 'index.js');
 
 function start(t, args, env) {
@@ -137,8 +136,8 @@ test('send and request reach programs on the bus, and say when they do not', asy
 
 test('apps and launch', async (t) => {
     const folder = temporaryFolder(t);
-    const name = `app${suffix}`;
-    fs.copyFileSync(path.join(buildDirectory, 'test', `launched_app${suffix}`), path.join(folder, name));
+    const name = `app${path.extname(launchedApp)}`;
+    fs.copyFileSync(launchedApp, path.join(folder, name));
     const report = path.join(folder, 'report');
     assert.equal((await start(t, `launch ${name} ${report} --folder ${folder}`).exited).code, 0);
     await until(() => fs.existsSync(report));

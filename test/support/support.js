@@ -16,6 +16,11 @@ const { modulePath } = require('../../lib/locate');
 const root = path.join(__dirname, '..', '..');
 const buildDirectory = path.dirname(modulePath());
 
+// Whether this is another machine's Node.js, under an emulator. What it launches are this machine's own programs.
+const isEmulated = process.env.ARM_NODE !== undefined;
+const programs = isEmulated ? path.join(buildDirectory, '..', 'linux-x64') : buildDirectory;
+const launchedApp = path.join(programs, 'test', `launched_app${process.platform === 'win32' ? '.exe' : ''}`);
+
 // The argument list of every call that a callback receives, with a way to await the next ones.
 class CallLog {
     #events = new EventEmitter();
@@ -208,6 +213,8 @@ module.exports = {
     endedAbnormally,
     Endpoint,
     failedAssertion,
+    isEmulated,
+    launchedApp,
     newBus,
     root,
     runScript,
