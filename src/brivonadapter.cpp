@@ -52,6 +52,16 @@ void pollUntil(bool wanted, Question question) {
         Sleep(kPollWaitMs);
 }
 
+// Library threads, with cacheMutex. A snapshot is copied without it, so an entry must be written before it is linked,
+// on every processor: made in a map of its own, it is complete, down to the places for its children.
+void insertWhole(std::multimap<std::string, EndPoint>& cache, const std::string& appId, const EndPoint& endPoint) {
+    std::multimap<std::string, EndPoint> made;
+    made.emplace(appId, endPoint);
+    auto entry = made.extract(made.begin());
+    std::atomic_thread_fence(std::memory_order_release);
+    cache.insert(std::move(entry));
+}
+
 Napi::String toJavaScript(Napi::Env env, const EndPoint& endPoint) {
     return Napi::String::New(env, endPointToString(endPoint));
 }
@@ -202,7 +212,7 @@ bool BrivonAdapter::insertIfNotAlreadyCached(const EndPoint& source) {
                 infoLine(function, __LINE__).stream()
                     << "WARNING Cache stale - dropped missing EndPoint due to large cache size";
         } else if (!isHit) {
-            endpointCache_.emplace(appId, source);
+            insertWhole(endpointCache_, appId, source);
             if (verbose_ && shouldLog(LogLevel::Info))
                 infoLine(function, __LINE__).stream()
                     << "Cache stale - inserted missing EndPoint for appId = " << appId;
@@ -231,7 +241,7 @@ void BrivonAdapter::refreshEndPointsBrivonWillCallback() {
         endpointCache_.clear();
         for (const EndPoint& endPoint : endPoints) {
             const std::string appId = readAppId(endPoint);
-            endpointCache_.emplace(appId, endPoint);
+            insertWhole(endpointCache_, appId, endPoint);
             if (verbose_ && shouldLog(LogLevel::Info))
                 infoLine(function, __LINE__).stream()
                     << "inserted appId = " << appId << " for sourceId = " << readId(endPoint);
