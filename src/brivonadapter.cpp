@@ -62,6 +62,14 @@ void insertWhole(std::multimap<std::string, EndPoint>& cache, const std::string&
     cache.insert(std::move(entry));
 }
 
+// JavaScript thread. Library threads take the handle without a lock, so what it refers to must be written before it is,
+// on every processor.
+Napi::ThreadSafeFunction wholeHandle(const Napi::Value& listener, const char* name) {
+    auto handle = Napi::ThreadSafeFunction::New(listener.Env(), listener.As<Napi::Function>(), name, 0, 1);
+    std::atomic_thread_fence(std::memory_order_release);
+    return handle;
+}
+
 Napi::String toJavaScript(Napi::Env env, const EndPoint& endPoint) {
     return Napi::String::New(env, endPointToString(endPoint));
 }
@@ -366,8 +374,7 @@ Napi::Value BrivonAdapter::addMessageListener(const Napi::CallbackInfo& info) {
     if (info.Length() < 1)
         return refuse(env, kWrongNumberOfArguments);
     // A previous handle is overwritten without a release: its function is never called again and stays referenced.
-    messageListenerTsfn =
-        Napi::ThreadSafeFunction::New(env, info[0].As<Napi::Function>(), "Brivon Message Listener", 0, 1);
+    messageListenerTsfn = wholeHandle(info[0], "Brivon Message Listener");
     watchEnvironmentEnd(env);
     dispatcher(env).AddMessageListener(this);
     return env.Undefined();
@@ -377,7 +384,7 @@ Napi::Value BrivonAdapter::addErrorListener(const Napi::CallbackInfo& info) {
     const Napi::Env env = info.Env();
     if (info.Length() < 1)
         return refuse(env, kWrongNumberOfArguments);
-    errorListenerTsfn = Napi::ThreadSafeFunction::New(env, info[0].As<Napi::Function>(), "Brivon Error Listener", 0, 1);
+    errorListenerTsfn = wholeHandle(info[0], "Brivon Error Listener");
     watchEnvironmentEnd(env);
     dispatcher(env).AddErrorListener(this);
     return env.Undefined();
