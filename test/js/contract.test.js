@@ -64,10 +64,7 @@ test('listeners are silenced before the library is told to forget them', async (
     listen();
     noted('hear:brivon.last|known|1|1|');
     await until(() => messages.calls.at(-1)?.[0] === 'brivon.last');
-    assert.deepEqual(
-        messages.calls.filter(([, payload]) => payload === 'in-removal'),
-        [],
-    );
+    assert.ok(messages.calls.every(([, payload]) => payload !== 'in-removal'));
 });
 
 test('what is no standard exception is survived where exceptions are', async () => {

@@ -120,9 +120,7 @@ test('versions are those that the executables declare, and paths are released on
     ]) {
         control.answer('GetAppPath', file);
         assert.equal(adapter.getAppVersion('app'), version, `${file}`);
-        assert.deepEqual(
-            calls().map(([operation]) => operation),
-            ['GetAppPath', 'ReleaseAppPath'],
-        );
+        const operations = calls().map(([operation]) => operation);
+        assert.deepEqual(operations, ['GetAppPath', 'ReleaseAppPath']);
     }
 });

@@ -26,18 +26,15 @@ function assertSucceeds(program, ...args) {
 
 test('the tarball holds what a developer needs, for all platforms, and linters have nothing to say', () => {
     const within = (folder, names) => names.split(' ').map((name) => `${folder}/${name}`);
-    const all = (folder) =>
-        fs
-            .readdirSync(path.join(root, folder), { recursive: true })
-            .map((name) => `${folder}/${name}`)
-            .filter((name) => fs.statSync(path.join(root, name)).isFile());
-    const linux = 'libBrivonControl.so libBrivonMessage5.so standins.node';
+    const namesIn = (folder) => fs.readdirSync(path.join(root, folder), { recursive: true });
+    const all = (folder) => within(folder, namesIn(folder).filter(path.extname).join(' '));
+    const linux = 'BrivonJS.node imports.json libBrivonControl.so libBrivonMessage5.so standins.node';
     const windows = 'standins/BrivonControl.dll standins/BrivonMessage5.dll standins/standins.node';
     const expected = [
         ...'CHANGELOG.md LICENSE NOTICES.md README.md SECURITY.md package.json'.split(' '),
         ...['examples/application.test.js', ...all('docs'), ...all('lib')],
-        ...within('prebuilds/linux-arm64', `BrivonJS.node imports.json ${linux}`),
-        ...within('prebuilds/linux-x64', `BrivonJS.node imports.json ${linux}`),
+        ...within('prebuilds/linux-arm64', linux),
+        ...within('prebuilds/linux-x64', linux),
         ...within('prebuilds/win32-x64', `BrivonJS.node imports.json ${windows}`),
     ];
     const files = assertSucceeds('tar', '-tzf', tarball).trim().split('\n');

@@ -110,10 +110,8 @@ test('deliveries and errors come from the vendor’s threads', async () => {
     const message = ['brivon.SuiteMessage.t', 'payload', 'sender', '1.0', 'sender-1'];
     assert.deepEqual(await messages.atLeast(2), [message, message]);
     assert.deepEqual(await errors.atLeast(1), [['brivon.ErrorMessage', 'an error', 'fault']]);
-    assert.equal(
-        noted(() => adapter.removeAllListeners()),
-        'RemoveMessageListener RemoveErrorListener',
-    );
+    const removal = noted(() => adapter.removeAllListeners());
+    assert.equal(removal, 'RemoveMessageListener RemoveErrorListener');
 });
 
 test('queries and launches are answered by the vendor, and what it hands out goes back', async () => {
