@@ -54,6 +54,12 @@ test('every program runs, of the README and of the documents of both interfaces'
 test('the tests of the example application pass', () =>
     assertRuns(importing(path.join(root, 'examples', 'application.test.js')), { execArgv: ['--test-force-exit'] }));
 
+test('the example program says that no calendar answers', async () => {
+    const script = importing(path.join(root, 'examples', 'planner.js'));
+    const { code, stdout } = await runScript(script, { env: { BRIVON_BUS: newBus() } });
+    assert.deepEqual([code, stdout.split('\n').at(-2)], [1, 'no calendar answers (ERR_BRIVONJS_UNKNOWN_TARGET)']);
+});
+
 test('relative links lead to files', () => {
     for (const { name, text } of documents) {
         const prose = text.replace(/^```.*?^```$/gms, '').replace(/`[^`]*`/g, '');

@@ -32,7 +32,7 @@ test('the tarball holds what a developer needs, for all platforms, and linters h
     const windows = 'standins/BrivonControl.dll standins/BrivonMessage5.dll standins/standins.node';
     const expected = [
         ...'CHANGELOG.md LICENSE NOTICES.md README.md SECURITY.md package.json'.split(' '),
-        ...['examples/application.test.js', ...all('docs'), ...all('lib')],
+        ...['examples/application.test.js', 'examples/planner.js', ...all('docs'), ...all('lib')],
         ...within('prebuilds/linux-arm64', linux),
         ...within('prebuilds/linux-x64', linux),
         ...within('prebuilds/win32-x64', `BrivonJS.node imports.json ${windows}`),
