@@ -7,6 +7,7 @@ const { parseArgs } = require('node:util');
 
 const { inTurns, now, ratioOf, summarise } = require('./measure');
 const { Processes } = require('./processes');
+const requests = require('./requests');
 const { tableOf, writeReport } = require('./report');
 const ways = require('./ways');
 
@@ -33,6 +34,42 @@ function addRow(what, peer, unit, goal, module, other, ratio = ratioOf(module, o
 
 function addGrowth(what, peer, limit, after, before) {
     addRow(what, peer, 'MiB', atMost(limit), after, before, { median: after.median - before.median });
+}
+
+// ---- The client, against what it is made of
+
+// On the library that answers at once, and 10 endpoints.
+async function compareSends() {
+    process.env.BRIVONJS_MODULE = path.join(build, 'null', 'BrivonJS.node');
+    const client = require('../lib/client').connect({ appId: 'bench', appVersion: '10' });
+    const [adapter, payload, to] = [newAdapters(10)[0], 'x'.repeat(20), { to: 'calendar' }];
+    const runners = [
+        (count) => {
+            for (let i = 0; i < count; ++i) client.send('ping', payload, to);
+        },
+        (count) => {
+            for (let i = 0; i < count; ++i) adapter.sendMessage('ping', payload, 'calendar');
+        },
+    ];
+    addRow('client.send, to 10 cached', 'sendMessage', 'ns', undefined, ...(await inTurns(runners, { rounds })));
+}
+
+async function compareRequests() {
+    const pairs = [];
+    try {
+        for (const kind of requests.kinds) pairs.push(await requests.startPair(kind, build));
+        const measured = async (atOnce) => {
+            const runners = pairs.map((pair) => (count) => pair.ask(1, 'request', 'askAll', count, atOnce));
+            return inTurns(runners, { rounds: 9, milliseconds: 200, limit: 20000 });
+        };
+        const inUnit = ({ values }, convert) => summarise(values.map(convert));
+        const add = async (what, atOnce, unit, convert) =>
+            addRow(what, 'by hand', unit, undefined, ...(await measured(atOnce)).map((side) => inUnit(side, convert)));
+        await add('client.request, one by one', 1, 'us', (nanoseconds) => nanoseconds / 1e3);
+        await add('client.request, 64 at a time', 64, 'k/s', (nanoseconds) => 1e6 / nanoseconds);
+    } finally {
+        for (const pair of pairs) pair.end();
+    }
 }
 
 // ---- Calls, incoming messages and launches, against the floor. Both sides sit on libraries that answer at once.
@@ -118,9 +155,9 @@ async function compareLaunches() {
 // ---- The bus, against what else carries messages between processes
 
 async function withProcesses(size, names, measure, flags = []) {
-    const processes = new Processes();
+    const processes = new Processes(build);
     try {
-        await processes.start(size, build, names, flags);
+        await processes.start(size, names, flags);
         await measure(processes);
     } finally {
         processes.end();
@@ -202,6 +239,8 @@ async function measureStoppedReceiver() {
 }
 
 const cases = {
+    'client.send': compareSends,
+    'client.request': compareRequests,
     'incoming message': compareDeliveries,
     launchApp: compareLaunches,
     'bus, one way, round trip': comparePairs,

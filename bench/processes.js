@@ -110,23 +110,30 @@ async function beMembers(number, names, addresses) {
     process.send('ready');
 }
 
-// The parent's side.
+// The parent's side: processes on a bus of their own.
 class Processes {
     #folder = fs.mkdtempSync(path.join(os.tmpdir(), 'brivon-bench-'));
+    #bus = path.basename(this.#folder);
+    #env;
     children = [];
 
+    constructor(build) {
+        this.#env = { ...process.env, BRIVONJS_MODULE: path.join(build, 'BrivonJS.node'), BRIVON_BUS: this.#bus };
+    }
+
     // Resolves when that many processes have all heard all others, in each of the ways.
-    async start(size, build, names, flags) {
-        const bus = path.basename(this.#folder);
-        const env = { ...process.env, BRIVONJS_MODULE: path.join(build, 'BrivonJS.node'), BRIVON_BUS: bus };
-        const parent = process.platform === 'win32' ? `\\\\.\\pipe\\${bus}-` : `${this.#folder}/`;
+    async start(size, names, flags) {
+        const parent = process.platform === 'win32' ? `\\\\.\\pipe\\${this.#bus}-` : `${this.#folder}/`;
         const addresses = Array.from({ length: size }, (_, number) => `${parent}${number}`);
-        for (let number = 0; number < size; ++number) {
-            const child = fork(__filename, [number, names, ...addresses], { env, execArgv: ['--expose-gc', ...flags] });
-            this.children.push(child);
-            await this.#answer(number);
-        }
+        for (let number = 0; number < size; ++number)
+            await this.add(__filename, [number, names, ...addresses], ['--expose-gc', ...flags]);
         for (const way of names) await this.#meet(way);
+    }
+
+    // Resolves when one more process says that it is ready.
+    async add(file, args, execArgv = []) {
+        this.children.push(fork(file, args, { env: this.#env, execArgv }));
+        await this.#answer(this.children.length - 1);
     }
 
     ask(number, way, task, ...values) {
