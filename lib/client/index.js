@@ -196,11 +196,11 @@ class Client extends EventEmitter {
 // one must not make it look so: the message would go to everyone.
 function isOf({ appId, appVersion }) {
     const beginning = `{${appId},${appVersion === '' ? '' : `${appVersion},`}`;
-    const commas = appVersion === '' ? 1 : 0;
-    return (endpoint) =>
-        appId !== '' &&
-        endpoint.startsWith(beginning) &&
-        endpoint.slice(beginning.length).split(',').length === commas + 1;
+    return (endpoint) => {
+        if (appId === '' || !endpoint.startsWith(beginning)) return false;
+        const comma = endpoint.indexOf(',', beginning.length);
+        return appVersion === '' ? comma !== -1 && comma === endpoint.lastIndexOf(',') : comma === -1;
+    };
 }
 
 module.exports = { applications, connect, ERROR_TYPE, launch, TYPE_PREFIX };
