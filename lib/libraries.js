@@ -38,9 +38,21 @@ function loadModule() {
 // The addon that scripts the stand-ins. The module runs on these from then on, whatever the environment says.
 function loadStandins() {
     chosen ??= choose('standins');
-    if (chosen.addon !== undefined) return load(chosen.addon);
-    const places = chosen.files.join(' and ');
-    throw librariesError(`brivonjs cannot be scripted here: the module runs on ${places}, not on the stand-ins`);
+    if (chosen.addon === undefined) throw notScripted(chosen.files);
+    try {
+        return load(chosen.addon);
+    } catch (error) {
+        const others = otherLibraries(); // which another environment of the process has chosen
+        throw others.length > 0 ? notScripted(others, error) : error;
+    }
+}
+
+function notScripted(files, cause) {
+    const places = files.join(' and ');
+    return librariesError(
+        `brivonjs cannot be scripted here: the module runs on ${places}, not on the stand-ins`,
+        cause,
+    );
 }
 
 // ---- The choice
@@ -64,7 +76,7 @@ const beside = () => path.dirname(modulePath());
 
 function inFolder(folder) {
     const before = isWindows ? [beside(), ...systemFolders(), process.cwd()] : [];
-    const first = findFirst(before.filter((other) => other !== folder).flatMap(filesIn));
+    const first = findFirst(before.filter((other) => identity(other) !== identity(folder)).flatMap(filesIn));
     if (first === undefined) return { kind: 'folder', files: filesIn(folder) };
     throw librariesError(`brivonjs cannot run on the libraries in ${folder}: Windows takes ${first} first`);
 }
@@ -80,10 +92,14 @@ function findSuite() {
     const files = NAMES.map((name) => findFirst(folders.map((folder) => path.join(folder, name))));
     const missing = NAMES.filter((_, i) => files[i] === undefined);
     if (missing.length > 0) return { obstacle: `Windows finds no ${missing.join(' and no ')} on its search path` };
-    return { files, isSafe: files.every((file) => installed.includes(path.dirname(file))) };
+    const safe = installed.map(identity);
+    return { files, isSafe: files.every((file) => safe.includes(identity(path.dirname(file)))) };
 }
 
 const findFirst = (files) => files.find((file) => fs.existsSync(file));
+
+// The same for one file or folder in all ways to write it.
+const identity = (place) => (fs.existsSync(place) ? fs.realpathSync.native(place) : place).toLowerCase();
 
 function systemFolders() {
     const windows = environment('SystemRoot') ?? 'C:\\Windows';
@@ -142,8 +158,7 @@ function withOpen(files, loadIt) {
 
 // The libraries of this process that are not the chosen ones, by what the system says. Slow.
 function otherLibraries() {
-    const identity = (file) => fs.realpathSync.native(file).toLowerCase();
-    const expected = chosen.files.filter((file) => fs.existsSync(file)).map(identity);
+    const expected = chosen.files.map(identity);
     const names = NAMES.map((name) => name.toLowerCase());
     return report()
         .sharedObjects.filter((file) => names.includes(path.basename(file).toLowerCase()))
@@ -156,8 +171,16 @@ function otherLibraries() {
 function examined() {
     const file = path.join(beside(), 'imports.json');
     if (!fs.existsSync(file)) return [];
-    const needed = JSON.parse(fs.readFileSync(file, 'utf8'));
-    return libraries().files.map((file) => [file, faultsOf(file, needed[path.basename(file)])]);
+    const needed = namesIn(file);
+    return libraries().files.map((library) => [library, faultsOf(library, needed[path.basename(library)])]);
+}
+
+function namesIn(file) {
+    try {
+        return JSON.parse(fs.readFileSync(file, 'utf8'));
+    } catch (error) {
+        throw librariesError(`brivonjs cannot read what the module needs of its libraries, in ${file}`, error);
+    }
 }
 
 function checkLibraries(cause) {

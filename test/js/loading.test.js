@@ -64,9 +64,10 @@ test('the environment says which libraries a program gets, and the search path o
     const planted = `process.chdir(${JSON.stringify(suite)})`;
     const another = `require(${JSON.stringify(path.join(others, 'BrivonJS.node'))})`;
     const onWindows = [
-        [{ PATH: suite }, suite],
+        [{ PATH: suite.toUpperCase(), before: planted }, suite],
         [{ PATH: suite, BRIVONJS_LIBRARIES: 'standins' }, standins],
         [{ before: planted }, standins],
+        [{ before: planted, BRIVONJS_LIBRARIES: suite.toUpperCase() }, suite],
         [{ before: planted, BRIVONJS_LIBRARIES: standins }, /Windows takes .*BrivonMessage5\.dll first/],
         [{ BRIVONJS_LIBRARIES: 'suite' }, /finds no BrivonMessage5\.dll and no BrivonControl\.dll on/],
     ];
