@@ -10,7 +10,7 @@
 struct UnknownException {};
 
 inline BrivonThrown* recordOf(bool isStandard, const char* text) {
-    const size_t length = text == nullptr ? 0 : strlen(text);
+    const size_t length = strlen(text);
     auto* thrown = static_cast<BrivonThrown*>(malloc(sizeof(BrivonThrown) + length));
     if (thrown == nullptr)
         __builtin_trap(); // no memory to say so with
@@ -26,9 +26,10 @@ BrivonThrown* guarded(Body body) {
         body();
         return nullptr;
     } catch (const std::exception& exception) {
-        return recordOf(true, exception.what());
+        const char* text = exception.what();
+        return recordOf(true, text == nullptr ? "" : text);
     } catch (...) {
-        return recordOf(false, nullptr);
+        return recordOf(false, "");
     }
 }
 

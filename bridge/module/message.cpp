@@ -59,7 +59,8 @@ EndPoint::EndPoint()
     : fields_(nullptr) {}
 EndPoint::EndPoint(const EndPoint& other)
     : fields_(other.fields_ == nullptr ? nullptr : useEndPoint(sharedIn(other.fields_))) {}
-// One that nobody shares is assigned by the library, in its place: programs read their own endpoint meanwhile.
+// One that nobody shares is assigned by the library, in its place, and one that was blank shares nobody's: programs
+// read their own endpoint meanwhile.
 EndPoint& EndPoint::operator=(const EndPoint& other) {
     SharedEndPoint* own = sharedIn(fields_);
     if (own == other.fields_)
@@ -68,9 +69,12 @@ EndPoint& EndPoint::operator=(const EndPoint& other) {
         check(brivon_EndPoint_assign(own->object, OpenEndPoint::of(other)));
         return *this;
     }
+    if (own == nullptr) {
+        fields_ = copyEndPoint(OpenEndPoint::of(other));
+        return *this;
+    }
     fields_ = other.fields_ == nullptr ? nullptr : useEndPoint(sharedIn(other.fields_));
-    if (own != nullptr)
-        releaseEndPoint(own);
+    releaseEndPoint(own);
     return *this;
 }
 EndPoint::~EndPoint() {
@@ -292,11 +296,12 @@ struct EndPointList {
     EndPoint* elements() { return reinterpret_cast<EndPoint*>(this + 1); }
     static EndPointList* of(EndPoint* elements) { return reinterpret_cast<EndPointList*>(elements) - 1; }
     static EndPointList* make(void* array, size_t count) {
+        const size_t distance = endPointDistance();
         Room room(sizeof(EndPointList) + count * (sizeof(EndPoint) + sizeof(SharedEndPoint)));
         auto* list = ::new (room.release()) EndPointList{array, nullptr};
         auto* shared = reinterpret_cast<SharedEndPoint*>(list->elements() + count);
         for (size_t i = 0; i < count; ++i) {
-            shared[i] = {0, static_cast<char*>(array) + i * endPointDistance()};
+            shared[i] = {0, static_cast<char*>(array) + i * distance};
             OpenEndPoint::in(*::new (list->elements() + i) EndPoint) = &shared[i];
         }
         return list;
@@ -356,8 +361,13 @@ public:
         *count = found;
         if (found == 0)
             return; // then nothing is released
-        learnEndPointDistance(array, found);
-        *endPoints = EndPointList::make(array, found)->elements();
+        try {
+            learnEndPointDistance(array, found);
+            *endPoints = EndPointList::make(array, found)->elements();
+        } catch (...) {
+            forget(brivon_Dispatcher_ReleaseEndPoints(library_, array));
+            throw;
+        }
     }
     void ReleaseEndPoints(EndPoint* endPoints) override {
         if (endPoints == nullptr)
