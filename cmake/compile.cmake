@@ -1,4 +1,4 @@
-# Everything that differs by compiler stands here.
+# What differs by compiler, for those that build for the system's own interface.
 set(CMAKE_CXX_STANDARD 17)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
@@ -18,10 +18,10 @@ foreach(type RELEASE RELWITHDEBINFO MINSIZEREL)
     string(REGEX REPLACE "[-/]DNDEBUG" "" CMAKE_CXX_FLAGS_${type} "${CMAKE_CXX_FLAGS_${type}}")
 endforeach()
 
+set(BRIVON_WARNINGS -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast
+    -Woverloaded-virtual -Wnon-virtual-dtor -Wformat=2 -Werror)
 add_library(compile-options INTERFACE)
-target_compile_options(compile-options INTERFACE
-    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast -Woverloaded-virtual
-    -Wnon-virtual-dtor -Wformat=2 -Werror
+target_compile_options(compile-options INTERFACE ${BRIVON_WARNINGS}
     # GCC 12 sees uninitialised members in every moved std::variant.
     $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>
     # __FILE__, which assertions and diagnostic lines show, is the path within the repository on every machine.

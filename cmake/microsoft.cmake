@@ -19,8 +19,7 @@ function(brivon_microsoft_object name source)
         COMMENT "Building ${name}.obj for the Microsoft interface"
         COMMAND "${BRIVON_clang++}" --target=x86_64-pc-windows-msvc -std=c++17 -O2 -ffreestanding -nostdinc++
             -fexceptions -fcxx-exceptions -fno-threadsafe-statics -fno-sized-deallocation
-            -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast -Woverloaded-virtual
-            -Wnon-virtual-dtor -Werror ${with_FLAGS} -MD -MF "${object}.d" -MT "${object}" -c "${source}" -o "${object}"
+            ${BRIVON_WARNINGS} ${with_FLAGS} -MD -MF "${object}.d" -MT "${object}" -c "${source}" -o "${object}"
         COMMAND "${CMAKE_COMMAND}" "-DTOOL=${BRIVON_llvm-readobj}" "-DEXPORTS_OF=${object}"
             "-DTO=${CMAKE_CURRENT_BINARY_DIR}/${name}.def" -P "${BRIVON_MICROSOFT_SCRIPT}"
         COMMAND "${BRIVON_llvm-objcopy}" --remove-section=.drectve ${rename} "${object}")

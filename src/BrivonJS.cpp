@@ -30,10 +30,7 @@ void _register_BrivonJS() {
 } // namespace
 
 extern "C" {
-#if defined(_MSC_VER)
-#pragma section(".CRT$XCU", read)
-__declspec(dllexport, allocate(".CRT$XCU")) void (*_register_BrivonJS_)() = _register_BrivonJS;
-#elif defined(_WIN32)
+#if defined(_WIN32)
 __attribute__((dllexport, section(".CRT$XCU"), used)) void (*_register_BrivonJS_)() = _register_BrivonJS;
 #else
 __attribute__((visibility("default"), section(".init_array"), used)) void (*_register_BrivonJS_)() = _register_BrivonJS;
