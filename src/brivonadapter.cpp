@@ -53,7 +53,8 @@ void pollUntil(bool wanted, Question question) {
 }
 
 // Library threads, with cacheMutex. A snapshot is copied without it, so an entry must be written before it is linked,
-// on every processor: made in a map of its own, it is complete, down to the places for its children.
+// on every processor: made in a map of its own, it is complete, down to the places for its children. In which order the
+// tree's own links change is the container's affair.
 void insertWhole(std::multimap<std::string, EndPoint>& cache, const std::string& appId, const EndPoint& endPoint) {
     std::multimap<std::string, EndPoint> made;
     made.emplace(appId, endPoint);
