@@ -21,6 +21,7 @@ function applications(options = {}) {
     const library = control(folder);
     return library.getSpecifiers().map((specifier) => ({
         specifier,
+        isInstalled: library.isAppInstalled(specifier),
         path: library.getAppPath(specifier),
         version: library.getAppVersion(specifier),
         isRunning: library.isAppRunning(specifier),

@@ -31,7 +31,7 @@ export interface Endpoint {
 /** Whom a message goes to: an application, one version of it, or one endpoint. */
 export type Target = string | { appId?: string; appVersion?: string } | Endpoint;
 
-/** A text, which is sent as it is; or an object or an array, which is sent as JSON. */
+/** A text, which is sent as it is; or an object or an array that JSON can hold, which is sent as that. */
 export type Payload = string | object;
 
 export interface SendOptions {
@@ -42,7 +42,7 @@ export interface SendOptions {
 }
 
 export interface RequestOptions extends SendOptions {
-    /** Milliseconds to wait for the answer, 30,000 unless given; may be Infinity. */
+    /** Milliseconds to wait for the answer, 30,000 unless given; more than 2^31 - 1, Infinity too, is no limit. */
     timeout?: number;
     /** Ends the wait with its reason, and takes the question back. */
     signal?: AbortSignal;
@@ -100,7 +100,7 @@ export interface ClientEvents {
  *
  * - `ERR_INVALID_ARG_VALUE` for a wrong argument, which is a TypeError;
  * - `ERR_BRIVONJS_UNKNOWN_TARGET` when nobody on the bus is the target;
- * - `ERR_BRIVONJS_TOO_LARGE` for a payload of more than nearly 32 MiB;
+ * - `ERR_BRIVONJS_TOO_LARGE` for a type and a payload of more than nearly 32 MiB;
  * - `ERR_BRIVONJS_CLOSED` once it is closed.
  *
  * A listener that throws, or whose promise is rejected, makes an `'error'` event, which ends the process where nobody
@@ -137,7 +137,7 @@ export interface Client extends EventEmitter {
 
     /**
      * Asks a question, and resolves to the first answer. Rejects with `ERR_BRIVONJS_ANSWER` when the other side has failed
-     * (its error is the `cause`, which has the code `ERR_BRIVONJS_NO_HANDLER` when nobody there answers such questions),
+     * (its error is the `cause`, which has the code `ERR_BRIVONJS_NO_HANDLER` when none of them answers such questions),
      * `ERR_BRIVONJS_UNREACHABLE` when nobody that it was sent to can be reached, `ERR_BRIVONJS_TIMEOUT`, the reason of the
      * signal, or an error of {@link send}.
      *
@@ -156,9 +156,7 @@ export interface Client extends EventEmitter {
     [Symbol.dispose](): void;
 
     on<E extends keyof ClientEvents>(event: E, listener: (...args: ClientEvents[E]) => unknown): this;
-    on(event: string | symbol, listener: (...args: any[]) => void): this;
     once<E extends keyof ClientEvents>(event: E, listener: (...args: ClientEvents[E]) => unknown): this;
-    once(event: string | symbol, listener: (...args: any[]) => void): this;
 }
 
 /**
@@ -170,6 +168,7 @@ export function connect(options: ConnectOptions): Client;
 
 export interface Application {
     specifier: string;
+    isInstalled: boolean;
     /** `''` when the library has none. */
     path: string;
     /** The product version that the executable declares. */

@@ -41,15 +41,14 @@ class Client extends EventEmitter {
     #users = 0;
     #isListening = false;
     #queues = new Set();
+    #hook = (event) => (event === 'message' || event === 'unreachable') && this.#listen();
     #questions = new Questions((type, payload, target) => this.#send(type, payload, target));
 
     constructor(configuration) {
         super({ captureRejections: true });
         this.#configuration = configuration;
         this.#adapter = new BrivonAdapter(...configuration);
-        this.on('newListener', (event) => {
-            if (event === 'message' || event === 'unreachable') this.#listen();
-        });
+        this.on('newListener', this.#hook);
     }
 
     static open(client, configuration) {
@@ -58,6 +57,12 @@ class Client extends EventEmitter {
         client.#users += 1;
         if (client.listenerCount('message') + client.listenerCount('unreachable') > 0) client.#listen();
         return client;
+    }
+
+    removeAllListeners(...events) {
+        super.removeAllListeners(...events);
+        if (!this.listeners('newListener').includes(this.#hook)) this.on('newListener', this.#hook);
+        return this;
     }
 
     get self() {
@@ -73,29 +78,25 @@ class Client extends EventEmitter {
     }
 
     broadcast(type, payload) {
-        this.#open().sendMessage(nonEmpty('type', type), values.toText(payload), NOBODY);
+        this.#open().sendMessage(nonEmpty('type', type), values.toText(payload, type), NOBODY);
     }
 
     messages(options = {}) {
         const { type, limit = WAITING_MESSAGES } = checked(options, ['type', 'limit', 'signal']);
         const signal = signalOf(options);
-        if (!(limit >= 1)) throw invalid('limit must be a positive number');
-        const queue = new Queue((message) => type === undefined || message.type === type, limit);
+        if (type !== undefined) text('type', type);
+        if (typeof limit !== 'number' || !(limit >= 1)) throw invalid('limit must be a positive number');
         this.#listen();
-        this.#queues.add(queue);
-        return this.#read(queue, signal);
-    }
-
-    async *#read(queue, signal) {
         const abort = () => queue.end(signal.reason);
-        if (signal?.aborted) abort();
-        signal?.addEventListener('abort', abort);
-        try {
-            yield* queue.read();
-        } finally {
+        const accepts = (message) => type === undefined || message.type === type;
+        const queue = new Queue(accepts, limit, () => {
             this.#queues.delete(queue);
             signal?.removeEventListener('abort', abort);
-        }
+        });
+        this.#queues.add(queue);
+        signal?.addEventListener('abort', abort);
+        if (signal?.aborted) abort();
+        return queue;
     }
 
     handle(name, handler) {
@@ -111,7 +112,8 @@ class Client extends EventEmitter {
             timeout = REQUEST_TIMEOUT_MS,
         } = checked(options, ['to', 'ifUnknown', 'timeout', 'signal']);
         const signal = signalOf(options);
-        if (!(timeout > 0)) throw invalid('timeout must be a positive number of milliseconds, or Infinity');
+        if (typeof timeout !== 'number' || !(timeout > 0))
+            throw invalid('timeout must be a positive number of milliseconds, or Infinity');
         this.#listen();
         return this.#questions.ask(nonEmpty('name', name), body, { to, ifUnknown, timeout, signal });
     }
@@ -153,6 +155,7 @@ class Client extends EventEmitter {
     }
 
     #receive(fullType, received, appId, appVersion, id) {
+        if (this.#users === 0) return; // closed, with messages on their way
         const source = { appId, appVersion, id };
         const type = values.withoutPrefix(fullType);
         if (this.#questions.take({ type, text: received, source })) return;
@@ -162,6 +165,7 @@ class Client extends EventEmitter {
     }
 
     #fail(error, fault) {
+        if (this.#users === 0) return;
         this.#questions.unreachable(fault, error);
         this.emit('unreachable', { endpoint: toEndpoint(fault), error, fault });
     }
@@ -171,7 +175,7 @@ class Client extends EventEmitter {
         const adapter = this.#open();
         if (ifUnknown !== 'throw' && ifUnknown !== 'everyone') throw invalid("ifUnknown is 'throw' or 'everyone'");
         const target = this.#target(to);
-        const content = values.toText(payload);
+        const content = values.toText(payload, type);
         const endpoints =
             target.id === '' ? adapter.getEndpointCacheSnapshot().filter(isOf(target)) : [values.fromEndpoint(target)];
         const isKnown = endpoints.length > 0;
@@ -184,20 +188,22 @@ class Client extends EventEmitter {
 
     #target(to = {}) {
         const names = ['appId', 'appVersion', 'id'];
-        const { appId, appVersion = '', id = '' } = typeof to === 'string' ? { appId: to } : checked(to, names, 'to');
-        const target = { appId: text('appId', appId ?? this.#configuration[2]), appVersion, id };
-        if (text('id', id) !== '' && (target.appId === '' || text('appVersion', appVersion) === ''))
+        const given = typeof to === 'string' ? { appId: to } : checked(to, names, 'to');
+        const { appId = this.#configuration[2], appVersion = '', id = '' } = given;
+        const target = { appId: text('appId', appId), appVersion: text('appVersion', appVersion), id: text('id', id) };
+        if (id !== '' && (appId === '' || appVersion === ''))
             throw invalid('an endpoint has an appId, an appVersion and an id');
         return target;
     }
 }
 
-// Whether an endpoint's text is surely of the application, and of the version if one is given. A comma in a field of another
-// one must not make it look so: the message would go to everyone.
+// Whether an endpoint's text is surely of the application, and of the version if one is given. A comma in a field must not
+// make it look so: the message would go to everyone.
 function isOf({ appId, appVersion }) {
     const beginning = `{${appId},${appVersion === '' ? '' : `${appVersion},`}`;
+    const isUnclear = appId === '' || appId.includes(',') || appVersion.includes(',');
     return (endpoint) => {
-        if (appId === '' || !endpoint.startsWith(beginning)) return false;
+        if (isUnclear || !endpoint.startsWith(beginning)) return false;
         const comma = endpoint.indexOf(',', beginning.length);
         return appVersion === '' ? comma !== -1 && comma === endpoint.lastIndexOf(',') : comma === -1;
     };

@@ -9,7 +9,9 @@
 
 const { randomUUID } = require('node:crypto');
 
-const { coded, fromEndpoint } = require('./values');
+const { coded, fromEndpoint, LONGEST_TIMER_MS } = require('./values');
+
+const NO_HANDLER = 'ERR_BRIVONJS_NO_HANDLER';
 
 class Questions {
     #send; // (type, payload, { to, ifUnknown }) => the endpoints that it goes to, none for everyone
@@ -24,15 +26,15 @@ class Questions {
     handle(name, handler) {
         if (this.#handlers.has(name)) throw coded('ERR_BRIVONJS_HANDLED', `'${name}' has a handler already`);
         this.#handlers.set(name, handler);
-        return () => this.#handlers.delete(name);
+        return () => void (this.#handlers.get(name) === handler && this.#handlers.delete(name));
     }
 
-    // Whichever is first ends it: the answer, an error of the other side, all that it was sent to unreachable, the time,
-    // the signal, or the end of the client.
+    // Whichever is first ends it: an answer, an error of the other side, the last of those that it was sent to being
+    // unreachable or without a handler, the time, the signal, or the end of the client.
     ask(name, body, { timeout, signal, ...target }) {
         signal?.throwIfAborted();
         const id = randomUUID();
-        const missing = new Set(this.#send(`request:${name}`, { id, body }, target));
+        const missing = new Set(this.#send(`request:${name}`, { id, body }, target).map(idOf));
         return new Promise((resolve, reject) => {
             const settle = (settled, value) => {
                 this.#asked.delete(id);
@@ -49,15 +51,19 @@ class Questions {
             };
             const abort = () => giveUp(signal.reason);
             const late = () => giveUp(coded('ERR_BRIVONJS_TIMEOUT', `no answer to '${name}' within ${timeout} ms`));
-            const timer = timeout === Infinity ? undefined : setTimeout(late, timeout);
+            const timer = timeout > LONGEST_TIMER_MS ? undefined : setTimeout(late, timeout);
             signal?.addEventListener('abort', abort);
+            const lost = (endpoint, error) => {
+                if (missing.delete(idOf(endpoint)) && missing.size === 0) settle(reject, error);
+            };
             this.#asked.set(id, {
-                answered: (answer) =>
-                    answer.error === undefined ? settle(resolve, answer.body) : settle(reject, toError(answer.error)),
-                unreachable: (endpoint, error) => {
-                    if (missing.delete(endpoint) && missing.size === 0)
-                        settle(reject, coded('ERR_BRIVONJS_UNREACHABLE', `${error}: ${endpoint}`));
+                answered: ({ body, error = null }, source) => {
+                    if (error === null) settle(resolve, body);
+                    else if (error.code === NO_HANDLER) lost(fromEndpoint(source), toError(error));
+                    else settle(reject, toError(error));
                 },
+                unreachable: (endpoint, error) =>
+                    lost(endpoint, coded('ERR_BRIVONJS_UNREACHABLE', `${error}: ${endpoint}`)),
                 ended: () => settle(reject, coded('ERR_BRIVONJS_CLOSED', 'the client was closed')),
             });
         });
@@ -69,7 +75,7 @@ class Questions {
         const envelope = verb && parse(text);
         if (envelope === undefined) return false;
         if (verb === 'request') this.#answer(name, envelope, source);
-        if (verb === 'answer') this.#asked.get(envelope.id)?.answered(envelope);
+        if (verb === 'answer') this.#asked.get(envelope.id)?.answered(envelope, source);
         if (verb === 'cancel') this.#answering.get(fromEndpoint(source) + envelope.id)?.abort();
         return true;
     }
@@ -83,12 +89,16 @@ class Questions {
         const reply = (answer) => controller.signal.aborted || this.#send(`answer:${name}`, { id, ...answer }, target);
         try {
             const handler = this.#handlers.get(name);
-            if (handler === undefined) throw coded('ERR_BRIVONJS_NO_HANDLER', `nobody answers '${name}'`);
+            if (handler === undefined) throw coded(NO_HANDLER, `nobody answers '${name}'`);
             reply({ body: await handler(body, { source, signal: controller.signal }) });
         } catch (error) {
-            try {
-                reply({ error: { name: error?.name, message: String(error?.message ?? error), code: error?.code } });
-            } catch {} // whoever has asked is gone
+            // What cannot be sent is at least named; and whoever has asked may be gone.
+            for (const describe of [partsOf, () => ({ message: 'an error that cannot be sent' })]) {
+                try {
+                    reply({ error: describe(error) });
+                    break;
+                } catch {}
+            }
         } finally {
             this.#answering.delete(key);
         }
@@ -114,10 +124,23 @@ function parse(text) {
     }
 }
 
-// An error of the other side's, with that as its cause.
-function toError({ name, message, code }) {
-    const cause = Object.assign(new Error(message), name !== undefined && { name }, code !== undefined && { code });
-    return coded('ERR_BRIVONJS_ANSWER', `the other side failed: ${message}`, { cause });
+// What JSON is to hold of something that was thrown.
+function partsOf(thrown) {
+    if (typeof thrown !== 'object' || thrown === null) return { message: String(thrown) };
+    const { name, message, code } = thrown;
+    const isCode = typeof code === 'string' || typeof code === 'number';
+    return { name: name && String(name), message: String(message ?? thrown), code: isCode ? code : undefined };
 }
+
+// An error of the other side's, with that as its cause. Whatever stands in the envelope, this makes one of it.
+function toError(error) {
+    const { name, message = error, code } = error;
+    const words = typeof message === 'string' ? message : JSON.stringify(message);
+    const cause = Object.assign(new Error(words), typeof name === 'string' && { name }, code !== undefined && { code });
+    return coded('ERR_BRIVONJS_ANSWER', `the other side failed: ${words}`, { cause });
+}
+
+// The last part of an endpoint's text, which is nobody else's.
+const idOf = (endpoint) => endpoint.slice(endpoint.lastIndexOf(',') + 1, -1);
 
 module.exports = { Questions };

@@ -2,17 +2,22 @@
 
 // What crosses the client's face and the bus: checks of what a program passes, and texts made of values and back.
 
+const { setMaxListeners } = require('node:events');
+
 const { TYPE_PREFIX } = require('../constants');
 
-// The stand-in takes messages of 32 MiB, types and names included.
-const PAYLOAD_LIMIT = (32 << 20) - (64 << 10);
+// Of a type and a payload. The stand-in takes messages of 32 MiB, names included.
+const SIZE_LIMIT = (32 << 20) - (64 << 10);
+
+// A timer fires at once where it is given more.
+const LONGEST_TIMER_MS = 2 ** 31 - 1;
 
 function coded(code, message, options) {
     return Object.assign(new Error(message, options), { code });
 }
 
-function invalid(message) {
-    return Object.assign(new TypeError(message), { code: 'ERR_INVALID_ARG_VALUE' });
+function invalid(message, options) {
+    return Object.assign(new TypeError(message, options), { code: 'ERR_INVALID_ARG_VALUE' });
 }
 
 // An object of options, of which there are no others than these.
@@ -35,21 +40,35 @@ function nonEmpty(what, value) {
     return value;
 }
 
+// A program's one signal for its end may end many things.
 function signalOf({ signal }) {
-    if (signal !== undefined && !(signal instanceof AbortSignal)) throw invalid('signal must be an AbortSignal');
+    if (signal === undefined) return undefined;
+    if (!(signal instanceof AbortSignal)) throw invalid('signal must be an AbortSignal');
+    setMaxListeners(0, signal);
     return signal;
 }
 
-// A text as it is, and an object or an array as JSON.
-function toText(payload) {
-    const isText = typeof payload === 'string';
-    if (!isText && (typeof payload !== 'object' || payload === null))
-        throw invalid('a payload is a string, an object or an array');
-    const result = text('the payload', isText ? payload : JSON.stringify(payload));
-    const size = Buffer.byteLength(result);
-    if (size > PAYLOAD_LIMIT)
-        throw coded('ERR_BRIVONJS_TOO_LARGE', `a payload has ${PAYLOAD_LIMIT} bytes at the most, and this one ${size}`);
-    return result;
+// The payload of a message of that type: a text as it is, and an object or an array as JSON.
+function toText(payload, type) {
+    const result = text('the payload', typeof payload === 'string' ? payload : toJson(payload));
+    const size = Buffer.byteLength(type) + Buffer.byteLength(result);
+    if (size <= SIZE_LIMIT) return result;
+    throw coded(
+        'ERR_BRIVONJS_TOO_LARGE',
+        `a type and its payload have ${SIZE_LIMIT} bytes at the most, and these ${size}`,
+    );
+}
+
+function toJson(payload) {
+    const meaning = 'a payload is a string, or an object or an array that JSON can hold';
+    let json;
+    try {
+        json = JSON.stringify(payload);
+    } catch (cause) {
+        throw invalid(meaning, { cause });
+    }
+    if (/^[[{]/.test(json)) return json;
+    throw invalid(meaning);
 }
 
 // An object or an array where the text is JSON of one, else the text.
@@ -79,6 +98,7 @@ module.exports = {
     fromEndpoint,
     fromText,
     invalid,
+    LONGEST_TIMER_MS,
     nonEmpty,
     signalOf,
     text,

@@ -122,6 +122,7 @@ test('send and request reach programs on the bus, and say when they do not', asy
         [`request half {"n":4} --to ${a.self}`, 0, '{"half":2}\n'],
         [`request half {"n":3} --to A,1`, 5, '', /odd/],
         [`request half {} --to A,1,gone`, 3, '', /unreachable/],
+        [`send hello --to ,x`, 2, '', /--help/],
     ]) {
         const ended = await start(t, args, { BRIVON_BUS: a.bus }).exited;
         assert.deepEqual([ended.code, ended.stdout], [code, stdout], args + ended.stderr);
@@ -142,8 +143,8 @@ test('apps and launch', async (t) => {
     await until(() => fs.existsSync(report));
     const { stdout } = await start(t, `apps ${folder}`).exited;
     const processId = Number(fs.readFileSync(report, 'utf8').split('\n')[0]);
-    const expected = { specifier: name, path: path.join(folder, name), version: null, isRunning: true, processId };
-    assert.deepEqual(JSON.parse(stdout), expected);
+    const expected = { specifier: name, isInstalled: true, path: path.join(folder, name), version: null };
+    assert.deepEqual(JSON.parse(stdout), { ...expected, isRunning: true, processId });
     fs.writeFileSync(`${report}.stop`, '');
     const { code, stderr } = await start(t, `launch missing --folder ${folder}`).exited;
     assert.deepEqual([code, stderr], [1, "brivonjs: 'missing' was not launched\n"]);

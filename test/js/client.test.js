@@ -16,7 +16,7 @@ const calendar = { id: '7', appId: 'calendar', appVersion: '3.0' };
 const odd = { id: '8', appId: 'mail', appVersion: '1,0' };
 messaging.setEndpoints([calendar, { ...calendar, id: '9', appVersion: '4.0' }, odd]);
 
-afterEach(() => (client.removeAllListeners('message'), messaging.takeCalls()));
+afterEach(() => (client.removeAllListeners(), messaging.takeCalls()));
 
 // What has been sent: [type, payload, ids of the destinations].
 const sent = () =>
@@ -46,10 +46,14 @@ test('messages go to whom they are meant for, as text or JSON, and to nobody by 
     for (const [code, call] of [
         ['ERR_BRIVONJS_UNKNOWN_TARGET', () => client.send('t', '', { to: 'x' })],
         ['ERR_BRIVONJS_UNKNOWN_TARGET', () => client.send('t', '', { to: 'mail' })],
+        ['ERR_BRIVONJS_UNKNOWN_TARGET', () => client.send('t', '', { to: 'mail,1' })],
+        ['ERR_INVALID_ARG_VALUE', () => client.send('t', '', { to: { appVersion: 3 } })],
+        ['ERR_INVALID_ARG_VALUE', () => client.send('t', { big: 1n })],
+        ['ERR_INVALID_ARG_VALUE', () => client.send('t', new Date())],
         ['ERR_INVALID_ARG_VALUE', () => client.send('t', '', { to: { appId: 'x', id: '2' } })],
         ['ERR_INVALID_ARG_VALUE', () => client.send('t', '', { too: 'x' })],
         ['ERR_INVALID_ARG_VALUE', () => client.send('t', 'a\0b')],
-        ['ERR_BRIVONJS_TOO_LARGE', () => client.broadcast('t', 'x'.repeat(32 << 20))],
+        ['ERR_BRIVONJS_TOO_LARGE', () => client.broadcast('x'.repeat(1 << 20), 'x'.repeat(31 << 20))],
         ['ERR_BRIVONJS_CONNECTED', () => connect({ ...configuration, appVersion: '3' })],
     ])
         assert.throws(call, { code }, `${call}`);
@@ -95,6 +99,10 @@ test('a loop over messages reads those of a type, and ends when too many wait, o
     controller.abort(new Error('enough'));
     for (let i = 0; i < 3; ++i) await ended.next();
     await assert.rejects(ended.next(), /enough/);
+    const left = client.messages();
+    const pending = left.next();
+    await left.return();
+    assert.equal((await pending).done, true);
 });
 
 test('questions of others are answered, with errors that cross, until they are taken back', async () => {
@@ -128,18 +136,31 @@ test('questions of others are answered, with errors that cross, until they are t
 });
 
 test('a question ends with whatever is first, and leaves nothing behind', async () => {
-    const reply = (rest) => {
+    const reply = (...answers) => {
         const [[type, payload]] = sent();
-        hear(type.replace('request', 'answer'), JSON.stringify({ id: JSON.parse(payload).id, ...rest }));
+        for (const [rest, source] of answers)
+            hear(type.replace('request', 'answer'), JSON.stringify({ id: JSON.parse(payload).id, ...rest }), source);
     };
     const ask = (options) => client.request('q', { x: 1 }, { to: { ...calendar }, ...options });
     const controller = new AbortController();
     const answered = ask({ signal: controller.signal });
-    reply({ body: 3 });
+    reply([{ body: 3, error: null }]);
     assert.equal(await answered, 3);
-    const failed = ask();
-    reply({ error: { name: 'RangeError', message: 'no', code: 'E' } });
-    await assert.rejects(failed, ({ code, cause }) => code === 'ERR_BRIVONJS_ANSWER' && cause.code === 'E');
+    for (const error of [{ name: 'RangeError', message: 'no', code: 'E' }, 'no', { message: ['no'] }]) {
+        const failed = ask();
+        reply([{ error }]);
+        const [code, expected] = ['ERR_BRIVONJS_ANSWER', typeof error === 'string' ? undefined : error.code];
+        await assert.rejects(failed, (thrown) => thrown.code === code && thrown.cause.code === expected);
+    }
+    // Of several, those that do not know the question are no answer while another one may.
+    const another = { ...calendar, id: '9', appVersion: '4.0' };
+    const unknown = [{ error: { code: 'ERR_BRIVONJS_NO_HANDLER', message: '' } }, another];
+    const first = ask({ to: 'calendar', timeout: 2 ** 31 });
+    reply(unknown, [{ body: 4 }]);
+    assert.equal(await first, 4);
+    const none = ask({ to: another });
+    reply(unknown);
+    await assert.rejects(none, { code: 'ERR_BRIVONJS_ANSWER' });
     const lost = ask({ timeout: Infinity });
     fail('{calendar,3.0,7}');
     await assert.rejects(lost, { code: 'ERR_BRIVONJS_UNREACHABLE' });
@@ -195,10 +216,13 @@ test('ten thousand questions, in a storm of kills, leave nothing behind', async 
     let answerers = await Promise.all([join(), join()]);
     await asker.sees(...answerers);
     await asker.run(`const { connect } = require(${JSON.stringify(require.resolve('brivonjs/client'))});
+        const { getEventListeners } = require('node:events');
         globalThis.ends = {};
+        globalThis.signals = [];
         globalThis.client = connect({ appId: 'asker', appVersion: '1' });
         globalThis.ask = async (n) => {
             const signal = n % 11 === 0 ? AbortSignal.timeout(5) : undefined;
+            if (signal) signals.push(signal);
             const end = await client.request('half', n, { to: 'answerer', timeout: 50, signal }).then(
                 (half) => (half === n / 2 ? 'answered' : 'wrong'), (error) => error.code ?? error.name);
             ends[end] = (ends[end] ?? 0) + 1;
@@ -206,7 +230,8 @@ test('ten thousand questions, in a storm of kills, leave nothing behind', async 
         globalThis.storm = async () => {
             for (let n = 1; n <= 10_000; n += 100)
                 await Promise.all(Array.from({ length: 100 }, (_, i) => ask(n + i)));
-            return { ends, timers: process.getActiveResourcesInfo().filter((name) => name === 'Timeout').length };
+            const timers = process.getActiveResourcesInfo().filter((name) => name === 'Timeout');
+            return { ends, left: [...timers, ...signals.flatMap((signal) => getEventListeners(signal, 'abort'))].length };
         }; 0`);
     let result;
     const storm = asker.run('storm()').then((value) => (result = value));
@@ -220,5 +245,5 @@ test('ten thousand questions, in a storm of kills, leave nothing behind', async 
     assert.equal(wrong, 0);
     assert.ok(answered > 0, JSON.stringify(result));
     assert.equal(Object.values(others).reduce((a, b) => a + b) + answered, 10_000);
-    assert.equal(result.timers, 0);
+    assert.equal(result.left, 0);
 });

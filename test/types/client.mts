@@ -12,6 +12,10 @@ shared.send('x', { any: 'json' }, { to: { appId: 'a', appVersion: '1', id: '7' }
 await launch('x', { focus: true });
 // @ts-expect-error
 notes.send('x', 5);
+// @ts-expect-error
+notes.on('mesage', () => {});
+// @ts-expect-error
+notes.once('message', (count: number) => count);
 const launched: Promise<boolean> = promisify(new BrivonControlAdapter().launchApp)('a', true, '');
 
 export { launched, sum };

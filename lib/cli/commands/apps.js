@@ -4,6 +4,7 @@ const { printer } = require('../table');
 
 const COLUMNS = [
     ['SPECIFIER', ({ specifier }) => specifier],
+    ['INSTALLED', ({ isInstalled }) => (isInstalled ? 'yes' : 'no')],
     ['PROCESS', ({ isRunning, processId }) => (isRunning ? String(processId) : '')],
     ['VERSION', ({ version }) => version ?? ''],
     ['PATH', ({ path }) => path],
@@ -12,11 +13,15 @@ const COLUMNS = [
 module.exports = {
     usage: '[FOLDER]',
     summary:
-        'prints the applications of the library path, with their version, their path, and the process as which each runs',
+        'prints the applications of the library path: whether each is installed, its version, its path, and the process ' +
+        'as which it runs',
     operands: [0, 1],
 
     run(options, [folder]) {
         const { applications } = require('../../client');
-        printer(COLUMNS, options)(applications({ folder }));
+        const all = applications({ folder });
+        if (all.length === 0 && process.stdout.isTTY && !options.json)
+            process.stderr.write('there are no applications\n');
+        printer(COLUMNS, options)(all);
     },
 };
