@@ -56,9 +56,11 @@ function parse(argv) {
     // The library would end the process.
     if (options.bus !== undefined && !/^(?!\.)[\w.-]{1,32}$/.test(options.bus))
         throw new UsageError(`'${options.bus}' is no name of a bus`);
-    for (const [key, { value }] of Object.entries(optionsOf(command)))
-        if ((value === 'N' || value === 'S') && options[key] !== undefined && !(Number(options[key]) > 0))
-            throw new UsageError(`--${key} takes a positive number`);
+    for (const [key, { value }] of Object.entries(optionsOf(command))) {
+        const number = Number(options[key] ?? 1);
+        if ((value === 'N' && !Number.isInteger(number)) || ((value === 'N' || value === 'S') && !(number > 0)))
+            throw new UsageError(`--${key} takes a positive number${value === 'N' ? ' without a fraction' : ''}`);
+    }
     return { command, options, operands };
 }
 
@@ -70,7 +72,7 @@ function parseOptions(options, args) {
         ]);
         return parseArgs({ args, options: Object.fromEntries(known), allowPositionals: true });
     } catch (error) {
-        throw new UsageError(error.message.split('. ')[0]);
+        throw new UsageError(error.message.replaceAll('\n', ' '));
     }
 }
 

@@ -31,7 +31,7 @@ async function main() {
         const code = await command.run(options, operands, endOnSignals);
         if (code !== undefined) end(code);
     } catch (error) {
-        const isUsage = error instanceof UsageError;
+        const isUsage = error instanceof UsageError || error.code === 'ERR_INVALID_ARG_VALUE';
         process.stderr.write(`brivonjs: ${error.message}${isUsage ? '; see brivonjs --help' : ''}\n`);
         end(isUsage ? 2 : (EXIT_CODES[error.code] ?? 1));
     }

@@ -20,7 +20,9 @@ module.exports = {
         const client = connect(options, 'request');
         endOnSignals();
         const answer = await client.request(name, body, { to, timeout: Number(options.timeout ?? 30) * 1000 });
-        process.stdout.write(`${JSON.stringify(answer, null, process.stdout.isTTY && !options.json ? 2 : 0)}\n`);
+        process.stdout.write(
+            `${JSON.stringify(answer ?? null, null, process.stdout.isTTY && !options.json ? 2 : 0)}\n`,
+        );
         return 0;
     },
 };

@@ -12,7 +12,7 @@ module.exports = {
     },
 
     async run(options, [type, operand]) {
-        const to = options.to && targetOf(options.to);
+        const to = options.to === undefined ? undefined : targetOf(options.to);
         const payload = await textOf(operand);
         const client = connect(options, 'send');
         if (to === undefined) client.broadcast(type, payload);
