@@ -10,31 +10,33 @@ const assert = require('node:assert/strict');
 const { EventEmitter, once } = require('node:events');
 const { afterEach, beforeEach, test } = require('node:test');
 
-// Before the first adapter: from here on the libraries are scripted.
-const { messaging, control, SUITE_TYPE_PREFIX, ERROR_TYPE } = require('brivonjs/standins');
-const { BrivonAdapter, BrivonControlAdapter } = require('brivonjs');
+// First: from here on the libraries are scripted.
+const { messaging, control, TYPE_PREFIX, ERROR_TYPE } = require('brivonjs/standins');
+const { connect, launch } = require('brivonjs/client');
 
-// The application: a calendar that shows appointments in an editor. Appointments are private, and a message for an
-// application that nobody knows would go to everyone; so they wait until there is an editor.
+// The application: a calendar that shows appointments in an editor. They wait until there is one.
 class Calendar extends EventEmitter {
-    #bus = new BrivonAdapter('calendar', '3.0', 'editor');
-    #apps = new BrivonControlAdapter();
+    #client = connect({ appId: 'calendar', appVersion: '3.0', defaultAppId: 'editor' });
     #sent = [];
     waiting = [];
 
     constructor() {
         super();
-        this.#bus.addErrorListener((type, error, fault) => {
-            if (fault.startsWith('{editor,')) this.waiting.unshift(...this.#sent.splice(0));
-            this.emit('trouble', `${error}: ${fault}`);
-        });
-        // An editor says hello when it is ready.
-        this.#bus.addMessageListener((type, payload, appId) => {
-            if (appId !== 'editor') return;
-            this.flush();
-            this.emit('flushed');
-        });
+        this.#client.on('unreachable', this.#onUnreachable);
+        this.#client.on('message', this.#onMessage);
     }
+
+    #onUnreachable = ({ endpoint, error, fault }) => {
+        if (endpoint?.appId === 'editor') this.waiting.unshift(...this.#sent.splice(0));
+        this.emit('trouble', `${error}: ${fault}`);
+    };
+
+    // An editor says hello when it is ready.
+    #onMessage = ({ source }) => {
+        if (source.appId !== 'editor') return;
+        this.flush();
+        this.emit('flushed');
+    };
 
     show(appointment) {
         this.waiting.push(appointment);
@@ -42,33 +44,34 @@ class Calendar extends EventEmitter {
     }
 
     flush() {
-        if (!this.#bus.getEndpointCacheSnapshot().some((endpoint) => endpoint.startsWith('{editor,'))) {
-            this.#bus.forceRefreshEndpoints();
-            return;
-        }
-        for (const appointment of this.waiting.splice(0)) {
-            this.#bus.sendMessage('appointment', appointment);
-            this.#sent.push(appointment);
+        try {
+            while (this.waiting.length > 0) {
+                this.#client.send('appointment', this.waiting[0]);
+                this.#sent.push(this.waiting.shift());
+            }
+        } catch (error) {
+            if (error.code !== 'ERR_BRIVONJS_UNKNOWN_TARGET') throw error;
         }
     }
 
     // Resolves to what the user is told.
-    openEditor() {
-        return new Promise((resolve) => {
-            this.#apps.launchApp('editor', true, '--calendar', (error, launched) => {
-                if (error) resolve(`The editor failed: ${error.message}`);
-                else resolve(launched ? 'The editor is opening' : 'The editor cannot be opened');
-            });
-        });
+    async openEditor() {
+        try {
+            await launch('editor', { args: '--calendar' });
+            return 'The editor is opening';
+        } catch ({ cause }) {
+            return cause ? `The editor failed: ${cause.message}` : 'The editor cannot be opened';
+        }
     }
 
     close() {
-        this.#bus.removeAllListeners();
+        this.#client.off('unreachable', this.#onUnreachable);
+        this.#client.off('message', this.#onMessage);
+        this.#client.close();
     }
 }
 
 const editor = { id: '7', appId: 'editor', appVersion: '1.0' };
-const calendars = []; // all kept, because the collection of one adapter would silence the listeners of another
 let calendar;
 
 // The messages that the application has sent since the last time.
@@ -81,7 +84,6 @@ const sent = () =>
 beforeEach(() => {
     messaging.setEndpoints([editor]);
     calendar = new Calendar();
-    calendars.push(calendar);
     messaging.takeCalls();
 });
 
@@ -94,7 +96,7 @@ afterEach(() => {
 test('appointments go to the editor', () => {
     calendar.show('lunch at noon');
     const [message] = sent();
-    assert.equal(message.type, `${SUITE_TYPE_PREFIX}appointment`);
+    assert.equal(message.type, `${TYPE_PREFIX}appointment`);
     assert.equal(message.payload, 'lunch at noon');
     assert.deepEqual(message.destinations, [editor]);
 });
@@ -111,7 +113,7 @@ test('an unreachable destination: its appointments wait for another one', async 
     const flushed = once(calendar, 'flushed');
     const another = { ...editor, id: '8' };
     messaging.setEndpoints([another]);
-    messaging.deliver({ type: `${SUITE_TYPE_PREFIX}hello`, appId: 'editor', appVersion: '1.0', source: another });
+    messaging.deliver({ type: `${TYPE_PREFIX}hello`, appId: 'editor', appVersion: '1.0', source: another });
     await flushed;
     assert.deepEqual(
         sent().map(({ payload, destinations }) => [payload, destinations]),
@@ -121,7 +123,6 @@ test('an unreachable destination: its appointments wait for another one', async 
 
 test('a late endpoint list: nothing is sent to everyone meanwhile', () => {
     messaging.setEndpoints([]);
-    messaging.answer('RefreshEndPoints', false); // the next refresh ends later
     calendar.show('lunch at noon');
     assert.deepEqual(sent(), []);
     assert.deepEqual(calendar.waiting, ['lunch at noon']);

@@ -1,7 +1,11 @@
 'use strict';
 
-// A program of the suite, written on the client: asks every calendar for what is planned, launches one where none runs, and
-// says what it hears. Start it with a folder of applications: node examples/planner.js FOLDER
+// A program of the suite, written on the client: asks the calendars for what is planned, of which the first answer counts,
+// launches one where none runs, and says what it hears. Start it with a folder of applications:
+//
+//     node examples/planner.js FOLDER
+
+const { setTimeout: sleep } = require('node:timers/promises');
 
 const { connect, launch } = require('../lib/client');
 
@@ -12,15 +16,15 @@ client.on('unreachable', ({ endpoint, error }) => console.log(`${error}: ${endpo
 client.on('error', (error) => console.error(error));
 client.handle('today', (body, { source }) => ({ to: source.appId, entries: [] }));
 
+const isThere = () => client.endpoints.some(({ appId }) => appId === 'calendar');
+
 (async () => {
-    if (!client.endpoints.some(({ appId }) => appId === 'calendar'))
-        await launch('calendar', { args: '--today', folder: process.argv[2] }).catch(({ message }) =>
-            console.log(message),
-        );
+    if (!isThere()) await launch('calendar', { args: '--today', folder: process.argv[2] });
+    for (let i = 0; i < 100 && !isThere(); ++i) await sleep(100);
     const { entries } = await client.request('today', { day: new Date() }, { timeout: 2000 });
     console.log(entries);
-})().catch(({ code }) => {
-    console.log(`no calendar answers (${code})`);
+})().catch(({ message }) => {
+    console.log(`no calendar answers: ${message}`);
     client.close();
     process.exit(1);
 });

@@ -24,7 +24,9 @@ const [webpackConfig, rollupConfig, leavingOut, naming, intoModule] = [
 test('programs are bundled, without the package and with its JavaScript', async (t) => {
     const folder = temporaryFolder(t, installed);
     const place = temporaryFolder(t); // where the package is not found
-    const app = "import { BrivonAdapter } from 'brivonjs';\nconsole.log(BrivonAdapter.name);\n";
+    const app = `import { BrivonAdapter } from 'brivonjs';
+        import { TYPE_PREFIX } from 'brivonjs/client';
+        console.log(BrivonAdapter.name, TYPE_PREFIX);`;
     const whole = `import './naming.js';\n${app}`;
     const programs = { 'src/app.js': app, 'src/app.mjs': app, 'src/naming.js': naming, 'src/whole.js': whole };
     fs.mkdirSync(path.join(folder, 'src'));
@@ -50,7 +52,11 @@ test('programs are bundled, without the package and with its JavaScript', async 
         fs.copyFileSync(path.join(dist, file), path.join(home, file));
         fs.rmSync(dist, { recursive: true });
         const ended = await new Child(path.join(home, file), { env: { BRIVONJS_MODULE } }).exited;
-        assert.deepEqual(ended, { code: 0, signal: null, stdout: 'BrivonAdapter\n', stderr: '' }, String(bundle));
+        assert.deepEqual(
+            ended,
+            { code: 0, signal: null, stdout: 'BrivonAdapter brivon.SuiteMessage.\n', stderr: '' },
+            String(bundle),
+        );
     }
 });
 

@@ -8,7 +8,7 @@ const path = require('node:path');
 const { test } = require('node:test');
 const { pathToFileURL } = require('node:url');
 
-const { newBus, root, runScript, temporaryFolder } = require('../support/support');
+const { Child, Endpoint, newBus, root, runScript, temporaryFolder } = require('../support/support');
 
 // A program that listens does not end by itself: it is given this time. One that ends itself must have done so by then.
 const LISTENING_MS = 1000;
@@ -54,10 +54,17 @@ test('every program runs, of the README and of the documents of both interfaces'
 test('the tests of the example application pass', () =>
     assertRuns(importing(path.join(root, 'examples', 'application.test.js')), { execArgv: ['--test-force-exit'] }));
 
-test('the example program says that no calendar answers', async () => {
-    const script = importing(path.join(root, 'examples', 'planner.js'));
-    const { code, stdout } = await runScript(script, { env: { BRIVON_BUS: newBus() } });
-    assert.deepEqual([code, stdout.split('\n').at(-2)], [1, 'no calendar answers (ERR_BRIVONJS_UNKNOWN_TARGET)']);
+test('the example program prints what a calendar answers, or says that none does', async (t) => {
+    const planner = path.join(root, 'examples', 'planner.js');
+    const env = { BRIVON_BUS: newBus() };
+    const { code, stdout } = await runScript(importing(planner), { env });
+    assert.deepEqual([code, stdout], [1, "no calendar answers: 'calendar' was not launched\n"]);
+    const calendar = await Endpoint.join(t, env.BRIVON_BUS, 'calendar', '1');
+    await calendar.run(`const { connect } = require(${JSON.stringify(path.join(root, 'lib', 'client'))});
+        connect({ appId: 'calendar', appVersion: '1' }).handle('today', () => ({ entries: ['lunch'] })); 0`);
+    const asking = new Child(planner, { env });
+    assert.deepEqual(await asking.written('stdout', (lines) => lines.length > 0), ["[ 'lunch' ]"]);
+    asking.process.kill();
 });
 
 test('relative links lead to files', () => {
