@@ -176,11 +176,14 @@ function examined() {
 }
 
 function namesIn(file) {
+    let cause;
     try {
-        return JSON.parse(fs.readFileSync(file, 'utf8'));
+        const names = JSON.parse(fs.readFileSync(file, 'utf8'));
+        if (NAMES.every((name) => Array.isArray(names[name]))) return names;
     } catch (error) {
-        throw librariesError(`brivonjs cannot read what the module needs of its libraries, in ${file}`, error);
+        cause = error;
     }
+    throw librariesError(`brivonjs cannot read what the module needs of its libraries, in ${file}`, cause);
 }
 
 function checkLibraries(cause) {

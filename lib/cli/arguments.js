@@ -45,7 +45,11 @@ Exit codes:
 function parse(argv) {
     const [name, ...rest] = argv;
     if (name === undefined) throw new UsageError('which command?');
-    if (name.startsWith('-')) return { options: parseOptions(COMMON, argv).values };
+    if (name.startsWith('-')) {
+        const { values: options } = parseOptions(COMMON, argv);
+        if (options.help || options.version) return { options };
+        throw new UsageError('the command comes first');
+    }
     if (!COMMANDS.includes(name)) throw new UsageError(`there is no command '${name}'`);
     const command = load(name);
     const { values: options, positionals: operands } = parseOptions(optionsOf(command), rest);
@@ -72,7 +76,7 @@ function parseOptions(options, args) {
         ]);
         return parseArgs({ args, options: Object.fromEntries(known), allowPositionals: true });
     } catch (error) {
-        throw new UsageError(error.message.replaceAll('\n', ' '));
+        throw new UsageError(error.message.replaceAll('\n', ' ').replace(/\.$/, ''));
     }
 }
 

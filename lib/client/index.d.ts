@@ -81,7 +81,7 @@ export interface Unreachable {
 
 export interface Question {
     source: Endpoint;
-    /** Aborted when whoever has asked no longer waits, and when the client is closed. */
+    /** Aborted when whoever has asked gives up, by its time or its signal, and when this client is closed. */
     signal: AbortSignal;
 }
 

@@ -41,14 +41,14 @@ class Client extends EventEmitter {
     #users = 0;
     #isListening = false;
     #queues = new Set();
-    #hook = (event) => (event === 'message' || event === 'unreachable') && this.#listen();
+    #listenFor = (event) => (event === 'message' || event === 'unreachable') && this.#listen();
     #questions = new Questions((type, payload, target) => this.#send(type, payload, target));
 
     constructor(configuration) {
         super({ captureRejections: true });
         this.#configuration = configuration;
         this.#adapter = new BrivonAdapter(...configuration);
-        this.on('newListener', this.#hook);
+        this.on('newListener', this.#listenFor);
     }
 
     static open(client, configuration) {
@@ -59,9 +59,10 @@ class Client extends EventEmitter {
         return client;
     }
 
+    // All of the program's: without the client's own, later ones would hear nothing.
     removeAllListeners(...events) {
         super.removeAllListeners(...events);
-        if (!this.listeners('newListener').includes(this.#hook)) this.on('newListener', this.#hook);
+        if (!this.listeners('newListener').includes(this.#listenFor)) this.on('newListener', this.#listenFor);
         return this;
     }
 
@@ -180,7 +181,10 @@ class Client extends EventEmitter {
             target.id === '' ? adapter.getEndpointCacheSnapshot().filter(isOf(target)) : [values.fromEndpoint(target)];
         const isKnown = endpoints.length > 0;
         if (!isKnown && ifUnknown === 'throw')
-            throw coded('ERR_BRIVONJS_UNKNOWN_TARGET', `nobody on the bus is ${JSON.stringify(target)}`);
+            throw coded(
+                'ERR_BRIVONJS_UNKNOWN_TARGET',
+                `nobody on the bus is '${Object.values(target).filter(Boolean).join(',')}'`,
+            );
         const names = isKnown ? [target.appId, target.appVersion, target.id] : [NOBODY];
         adapter.sendMessage(type, content, ...names);
         return endpoints;

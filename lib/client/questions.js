@@ -5,7 +5,7 @@
 //
 // - request:NAME  { id, body }
 // - answer:NAME   { id, body }, or { id, error: { name, message, code } }
-// - cancel:NAME   { id }, when whoever has asked no longer waits
+// - cancel:NAME   { id }, when whoever has asked gives up
 
 const { randomUUID } = require('node:crypto');
 
@@ -25,12 +25,13 @@ class Questions {
 
     handle(name, handler) {
         if (this.#handlers.has(name)) throw coded('ERR_BRIVONJS_HANDLED', `'${name}' has a handler already`);
-        this.#handlers.set(name, handler);
-        return () => void (this.#handlers.get(name) === handler && this.#handlers.delete(name));
+        const own = { handler };
+        this.#handlers.set(name, own);
+        return () => void (this.#handlers.get(name) === own && this.#handlers.delete(name));
     }
 
     // Whichever is first ends it: an answer, an error of the other side, the last of those that it was sent to being
-    // unreachable or without a handler, the time, the signal, or the end of the client.
+    // unreachable or without a handler, of which the latter is told, the time, the signal, or the end of the client.
     ask(name, body, { timeout, signal, ...target }) {
         signal?.throwIfAborted();
         const id = randomUUID();
@@ -53,19 +54,22 @@ class Questions {
             const late = () => giveUp(coded('ERR_BRIVONJS_TIMEOUT', `no answer to '${name}' within ${timeout} ms`));
             const timer = timeout > LONGEST_TIMER_MS ? undefined : setTimeout(late, timeout);
             signal?.addEventListener('abort', abort);
-            const lost = (endpoint, error) => {
-                if (missing.delete(idOf(endpoint)) && missing.size === 0) settle(reject, error);
+            let told;
+            const lost = (lostId, error) => {
+                if (told === undefined || error.code === 'ERR_BRIVONJS_ANSWER') told = error;
+                if (missing.delete(lostId) && missing.size === 0) settle(reject, told);
             };
             this.#asked.set(id, {
                 answered: ({ body, error = null }, source) => {
                     if (error === null) settle(resolve, body);
-                    else if (error.code === NO_HANDLER) lost(fromEndpoint(source), toError(error));
+                    else if (error.code === NO_HANDLER) lost(source.id, toError(error));
                     else settle(reject, toError(error));
                 },
                 unreachable: (endpoint, error) =>
-                    lost(endpoint, coded('ERR_BRIVONJS_UNREACHABLE', `${error}: ${endpoint}`)),
+                    lost(idOf(endpoint), coded('ERR_BRIVONJS_UNREACHABLE', `${error}: ${endpoint}`)),
                 ended: () => settle(reject, coded('ERR_BRIVONJS_CLOSED', 'the client was closed')),
             });
+            if (signal?.aborted) abort(); // while the body was made JSON
         });
     }
 
@@ -88,11 +92,11 @@ class Questions {
         const target = { to: source.appVersion === '' ? { appId: source.appId } : source };
         const reply = (answer) => controller.signal.aborted || this.#send(`answer:${name}`, { id, ...answer }, target);
         try {
-            const handler = this.#handlers.get(name);
+            const { handler } = this.#handlers.get(name) ?? {};
             if (handler === undefined) throw coded(NO_HANDLER, `nobody answers '${name}'`);
             reply({ body: await handler(body, { source, signal: controller.signal }) });
         } catch (error) {
-            // What cannot be sent is at least named; and whoever has asked may be gone.
+            // The second round is for an error that cannot be sent, as one that is too large. Whoever has asked may be gone.
             for (const describe of [partsOf, () => ({ message: 'an error that cannot be sent' })]) {
                 try {
                     reply({ error: describe(error) });

@@ -20,6 +20,7 @@ class Queue {
         this.#ended = ended;
     }
 
+    // Until it has ended.
     push(message) {
         if (!this.#accepts(message)) return;
         if (this.#readers.length > 0) this.#readers.shift().resolve({ value: message, done: false });
