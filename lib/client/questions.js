@@ -56,8 +56,9 @@ class Questions {
             signal?.addEventListener('abort', abort);
             let told;
             const lost = (lostId, error) => {
-                if (told === undefined || error.code === 'ERR_BRIVONJS_ANSWER') told = error;
-                if (missing.delete(lostId) && missing.size === 0) settle(reject, told);
+                if (!missing.delete(lostId)) return;
+                if (told?.code !== 'ERR_BRIVONJS_ANSWER') told = error;
+                if (missing.size === 0) settle(reject, told);
             };
             this.#asked.set(id, {
                 answered: ({ body, error = null }, source) => {
