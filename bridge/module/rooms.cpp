@@ -99,16 +99,7 @@ SharedEndPoint* copyEndPoint(const void* object) {
     return makeEndPoint([=](void* room) { return brivon_EndPoint_copy(room, object); });
 }
 
-SharedEndPoint* useEndPoint(SharedEndPoint* shared) {
-    if (__atomic_load_n(&shared->users, __ATOMIC_RELAXED) == 0)
-        return copyEndPoint(shared->object);
-    __atomic_fetch_add(&shared->users, 1, __ATOMIC_RELAXED);
-    return shared;
-}
-
-void releaseEndPoint(SharedEndPoint* shared) {
-    if (__atomic_sub_fetch(&shared->users, 1, __ATOMIC_ACQ_REL) != 0)
-        return;
+void destroyEndPoint(SharedEndPoint* shared) {
     forget(brivon_EndPoint_destroy(shared->object));
     free(__atomic_exchange_n(&spareRoom, static_cast<void*>(shared), __ATOMIC_ACQ_REL));
 }

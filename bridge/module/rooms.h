@@ -35,10 +35,21 @@ struct SharedEndPoint {
 // Made in a room of its own by the given function; releaseEndPoint() ends each use.
 template <typename Make>
 SharedEndPoint* makeEndPoint(Make make);
-SharedEndPoint* useEndPoint(SharedEndPoint* shared);
 SharedEndPoint* copyEndPoint(const void* object);
-void releaseEndPoint(SharedEndPoint* shared);
+void destroyEndPoint(SharedEndPoint* shared);
 bool isSoleUser(const SharedEndPoint* shared);
+
+// A message to many endpoints is hardly more than these two.
+inline SharedEndPoint* useEndPoint(SharedEndPoint* shared) {
+    if (__atomic_load_n(&shared->users, __ATOMIC_RELAXED) == 0)
+        return copyEndPoint(shared->object);
+    __atomic_fetch_add(&shared->users, 1, __ATOMIC_RELAXED);
+    return shared;
+}
+inline void releaseEndPoint(SharedEndPoint* shared) {
+    if (__atomic_sub_fetch(&shared->users, 1, __ATOMIC_ACQ_REL) == 0)
+        destroyEndPoint(shared);
+}
 
 // Room for a SharedEndPoint and its object, with some to spare.
 Room endPointRoom();
