@@ -31,6 +31,9 @@ struct OpenEndPoint : EndPoint {
         const SharedEndPoint* shared = sharedIn(endPoint.*(&OpenEndPoint::fields_));
         return shared != nullptr ? shared->object : emptyEndPoint();
     }
+    static bool isSame(const EndPoint& one, const EndPoint& other) {
+        return one.*(&OpenEndPoint::fields_) == other.*(&OpenEndPoint::fields_);
+    }
 };
 
 struct OpenMessage : SuiteMessage {
@@ -173,16 +176,70 @@ EndPoint SuiteMessage::GetSource() const {
     return answered([this](void* room) { return brivon_SuiteMessage_GetSource(fields_, room); });
 }
 
+namespace {
+
+// Those of a message to several: as they are on this side, shared, and as the library takes them, beside each other.
+class Destinations {
+public:
+    explicit Destinations(size_t count)
+        : shared_((count + 1) * sizeof(EndPoint)) // never nothing, which may not be had
+        , array_(count) {}
+    ~Destinations() {
+        while (count_ > 0)
+            shared()[--count_].~EndPoint();
+    }
+    Destinations(const Destinations&) = delete;
+    Destinations& operator=(const Destinations&) = delete;
+    static void* operator new(size_t size) { return Room(size).release(); }
+    static void operator delete(void* memory) { free(memory); }
+
+    void fill(const EndPoint* endPoints, size_t count) {
+        const Room others((count + 1) * sizeof(void*));
+        auto* objects = static_cast<const void**>(others.get());
+        for (; count_ < count; ++count_) {
+            ::new (shared() + count_) EndPoint(endPoints[count_]);
+            objects[count_] = OpenEndPoint::of(shared()[count_]);
+        }
+        array_.make(objects);
+    }
+    // What is shared never changes, so that the library's copies are still the same.
+    bool areThose(const EndPoint* endPoints, size_t count) const {
+        bool areSame = count == count_ && array_.hasCertainDistance();
+        for (size_t i = 0; areSame && i < count; ++i)
+            areSame = OpenEndPoint::isSame(endPoints[i], shared()[i]);
+        return areSame;
+    }
+    const void* array() const { return array_.at(0); }
+
+private:
+    EndPoint* shared() const { return static_cast<EndPoint*>(shared_.get()); }
+
+    Room shared_;
+    EndPointArray array_;
+    size_t count_ = 0;
+};
+
+// Of the latest message. The next one mostly goes to the same, and nothing is copied for it.
+Destinations* latestDestinations = nullptr;
+
+} // namespace
+
 void SuiteMessage::SetDestinations(const EndPoint* destinations, size_t count) {
     if (count == 1)
         return check(brivon_SuiteMessage_SetDestinations(fields_, OpenEndPoint::of(*destinations), 1));
-    const Room others((count + 1) * sizeof(void*)); // never nothing, which may not be had
-    auto* objects = static_cast<const void**>(others.get());
-    for (size_t i = 0; i < count; ++i)
-        objects[i] = OpenEndPoint::of(destinations[i]);
-    EndPointArray array(count);
-    array.make(objects);
-    check(brivon_SuiteMessage_SetDestinations(fields_, array.at(0), count));
+    struct Owner {
+        Destinations* owned;
+        ~Owner() { delete owned; }
+    } latest{__atomic_exchange_n(&latestDestinations, nullptr, __ATOMIC_ACQUIRE)};
+    if (latest.owned == nullptr || !latest.owned->areThose(destinations, count)) {
+        delete latest.owned;
+        latest.owned = nullptr;
+        latest.owned = new Destinations(count);
+        latest.owned->fill(destinations, count);
+    }
+    check(brivon_SuiteMessage_SetDestinations(fields_, latest.owned->array(), count));
+    // Another thread may have left its own meanwhile.
+    latest.owned = __atomic_exchange_n(&latestDestinations, latest.owned, __ATOMIC_ACQ_REL);
 }
 size_t SuiteMessage::GetDestinationCount() const {
     size_t count = 0;

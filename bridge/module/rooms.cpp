@@ -138,6 +138,10 @@ EndPointArray::~EndPointArray() {
     forget(brivon_EndPoints_destroy(room_.get(), distance_, made_));
 }
 
+bool EndPointArray::hasCertainDistance() const {
+    return distance_ == load(knownDistance);
+}
+
 void EndPointArray::make(const void* const* others) {
     check(brivon_EndPoints_make(room_.get(), distance_, others, count_, &made_));
 }

@@ -70,6 +70,8 @@ public:
 
     // Makes them all: copies of as many others, or new ones when there are none.
     void make(const void* const* others);
+    // Whether they lie as any array of the library's does.
+    bool hasCertainDistance() const;
     void* at(size_t index) const { return static_cast<char*>(room_.get()) + index * distance_; }
 
 private:

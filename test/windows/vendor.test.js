@@ -85,13 +85,12 @@ test('endpoints, snapshots and sends are the vendor’s, from 0 to 50 destinatio
         const all = ids(count).map((id) => `{app,,${id}}`);
         assert.deepEqual([adapter.getEndpoints(), adapter.getEndpointCacheSnapshot()], [all, all]);
         const set = count > 0 ? 'SetDestinations ' : '';
-        assert.equal(
-            noted(() => adapter.sendMessage('t', 'payload', '', '', '')),
-            `SuiteMessage SetSource SetPayload ${set}Send:brivon.SuiteMessage.t:payload:` +
-                ids(count)
-                    .map((id) => `${id},`)
-                    .join(''),
-        );
+        const to = ids(count).map((id) => `${id},`);
+        for (const payload of ['payload', 'again'])
+            assert.equal(
+                noted(() => adapter.sendMessage('t', payload, '', '', '')),
+                `SuiteMessage SetSource SetPayload ${set}Send:brivon.SuiteMessage.t:${payload}:${to.join('')}`,
+            );
     }
     assert.equal(adapter.getSelfEndpoint(), '{,,self}');
     assert.match(
