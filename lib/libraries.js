@@ -92,8 +92,9 @@ function findSuite() {
     const files = NAMES.map((name) => findFirst(folders.map((folder) => path.join(folder, name))));
     const missing = NAMES.filter((_, i) => files[i] === undefined);
     if (missing.length > 0) return { obstacle: `Windows finds no ${missing.join(' and no ')} on its search path` };
-    const safe = installed.map(identity);
-    return { files, isSafe: files.every((file) => safe.includes(identity(path.dirname(file)))) };
+    // The disk is only asked where the name alone does not tell.
+    const isSafe = (folder) => installed.includes(folder) || installed.map(identity).includes(identity(folder));
+    return { files, isSafe: files.map((file) => path.dirname(file)).every(isSafe) };
 }
 
 const findFirst = (files) => files.find((file) => fs.existsSync(file));

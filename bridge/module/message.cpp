@@ -182,7 +182,7 @@ namespace {
 class Destinations {
 public:
     explicit Destinations(size_t count)
-        : shared_((count + 1) * sizeof(EndPoint)) // never nothing, which may not be had
+        : shared_(count * sizeof(EndPoint))
         , array_(count) {}
     ~Destinations() {
         while (count_ > 0)
@@ -194,7 +194,7 @@ public:
     static void operator delete(void* memory) { free(memory); }
 
     void fill(const EndPoint* endPoints, size_t count) {
-        const Room others((count + 1) * sizeof(void*));
+        const Room others(count * sizeof(void*));
         auto* objects = static_cast<const void**>(others.get());
         for (; count_ < count; ++count_) {
             ::new (shared() + count_) EndPoint(endPoints[count_]);

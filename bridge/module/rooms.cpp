@@ -79,7 +79,7 @@ size_t endPointSize() {
 } // namespace
 
 Room::Room(size_t size)
-    : memory_(malloc(size)) {
+    : memory_(malloc(size > 0 ? size : 1)) { // nothing may not be had
     if (memory_ == nullptr)
         throw std::bad_alloc();
 }

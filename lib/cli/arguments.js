@@ -28,6 +28,12 @@ const BUS = {
     'app-version': { type: 'string', value: 'V', text: `the tool's own application version (${version})` },
 };
 
+// What a value has to be that is one.
+const NUMBERS = {
+    N: { isRight: (number) => Number.isInteger(number) && number > 0, words: 'a positive number without a fraction' },
+    S: { isRight: (number) => number > 0, words: 'a positive number' },
+};
+
 const END = `
 A terminal gets columns, with control characters escaped, ids shortened, and as
 much as fits. A file or a pipe gets JSON lines, which hold everything.
@@ -61,9 +67,9 @@ function parse(argv) {
     if (options.bus !== undefined && !/^(?!\.)[\w.-]{1,32}$/.test(options.bus))
         throw new UsageError(`'${options.bus}' is no name of a bus`);
     for (const [key, { value }] of Object.entries(optionsOf(command))) {
-        const number = Number(options[key] ?? 1);
-        if ((value === 'N' && !Number.isInteger(number)) || ((value === 'N' || value === 'S') && !(number > 0)))
-            throw new UsageError(`--${key} takes a positive number${value === 'N' ? ' without a fraction' : ''}`);
+        const { isRight, words } = NUMBERS[value] ?? {};
+        if (isRight !== undefined && options[key] !== undefined && !isRight(Number(options[key])))
+            throw new UsageError(`--${key} takes ${words}`);
     }
     return { command, options, operands };
 }

@@ -11,10 +11,13 @@ const ENDPOINT_COLUMNS = [
     ['ID', ({ id }) => id],
 ];
 
+const isTable = ({ json }) => process.stdout.isTTY && !json;
+
 // A function that prints records.
-function printer(columns, { json }, lineWidth = () => Infinity) {
-    const isTable = process.stdout.isTTY && !json;
-    const toLines = isTable ? table(columns, lineWidth) : (records) => records.map((record) => JSON.stringify(record));
+function printer(columns, options, lineWidth = () => Infinity) {
+    const toLines = isTable(options)
+        ? table(columns, lineWidth)
+        : (records) => records.map((record) => JSON.stringify(record));
     return (records) => {
         if (records.length > 0) process.stdout.write(toLines(records).join('\n') + '\n');
     };
@@ -61,4 +64,4 @@ function fit(text, width) {
     return glyphs.join('');
 }
 
-module.exports = { ENDPOINT_COLUMNS, printer, TIME_COLUMN };
+module.exports = { ENDPOINT_COLUMNS, isTable, printer, TIME_COLUMN };

@@ -148,6 +148,7 @@ class Client extends EventEmitter {
 
     // The runtime would drop what is thrown here; now it is an event, or ends the process where nobody hears of it.
     #guard(action) {
+        if (this.#users === 0) return; // closed, with messages on their way
         try {
             action();
         } catch (error) {
@@ -156,7 +157,6 @@ class Client extends EventEmitter {
     }
 
     #receive(fullType, received, appId, appVersion, id) {
-        if (this.#users === 0) return; // closed, with messages on their way
         const source = { appId, appVersion, id };
         const type = values.withoutPrefix(fullType);
         if (this.#questions.take({ type, text: received, source })) return;
@@ -166,7 +166,6 @@ class Client extends EventEmitter {
     }
 
     #fail(error, fault) {
-        if (this.#users === 0) return;
         this.#questions.unreachable(fault, error);
         this.emit('unreachable', { endpoint: toEndpoint(fault), error, fault });
     }

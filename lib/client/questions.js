@@ -9,7 +9,7 @@
 
 const { randomUUID } = require('node:crypto');
 
-const { coded, fromEndpoint, LONGEST_TIMER_MS } = require('./values');
+const { coded, fromEndpoint, startTimer } = require('./values');
 
 const NO_HANDLER = 'ERR_BRIVONJS_NO_HANDLER';
 
@@ -52,7 +52,7 @@ class Questions {
             };
             const abort = () => giveUp(signal.reason);
             const late = () => giveUp(coded('ERR_BRIVONJS_TIMEOUT', `no answer to '${name}' within ${timeout} ms`));
-            const timer = timeout > LONGEST_TIMER_MS ? undefined : setTimeout(late, timeout);
+            const timer = startTimer(late, timeout);
             signal?.addEventListener('abort', abort);
             let told;
             const lost = (lostId, error) => {

@@ -9,7 +9,7 @@ const { TYPE_PREFIX } = require('../constants');
 // Of a type and a payload. The stand-in takes messages of 32 MiB, names included.
 const SIZE_LIMIT = (32 << 20) - (64 << 10);
 
-// A timer fires at once where it is given more.
+// A timer of the runtime's fires at once where it is given more.
 const LONGEST_TIMER_MS = 2 ** 31 - 1;
 
 function coded(code, message, options) {
@@ -46,6 +46,11 @@ function signalOf({ signal }) {
     if (!(signal instanceof AbortSignal)) throw invalid('signal must be an AbortSignal');
     setMaxListeners(0, signal);
     return signal;
+}
+
+// None for a longer time than it can take, which is as good as no limit.
+function startTimer(action, milliseconds) {
+    return milliseconds > LONGEST_TIMER_MS ? undefined : setTimeout(action, milliseconds);
 }
 
 // The payload of a message of that type: a text as it is, and an object or an array as JSON.
@@ -98,9 +103,9 @@ module.exports = {
     fromEndpoint,
     fromText,
     invalid,
-    LONGEST_TIMER_MS,
     nonEmpty,
     signalOf,
+    startTimer,
     text,
     toEndpoint,
     toText,

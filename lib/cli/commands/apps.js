@@ -1,6 +1,6 @@
 'use strict';
 
-const { printer } = require('../table');
+const { isTable, printer } = require('../table');
 
 const COLUMNS = [
     ['SPECIFIER', ({ specifier }) => specifier],
@@ -20,8 +20,7 @@ module.exports = {
     run(options, [folder]) {
         const { applications } = require('../../client');
         const all = applications({ folder });
-        if (all.length === 0 && process.stdout.isTTY && !options.json)
-            process.stderr.write('there are no applications\n');
+        if (all.length === 0 && isTable(options)) process.stderr.write('there are no applications\n');
         printer(COLUMNS, options)(all);
     },
 };

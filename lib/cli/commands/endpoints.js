@@ -1,7 +1,7 @@
 'use strict';
 
 const { join } = require('../bus');
-const { ENDPOINT_COLUMNS, printer, TIME_COLUMN } = require('../table');
+const { ENDPOINT_COLUMNS, isTable, printer, TIME_COLUMN } = require('../table');
 const { toEndpoint } = require('../../client/values');
 
 const POLL_MS = 200;
@@ -16,7 +16,7 @@ module.exports = {
     run(options, operands, endOnSignals) {
         const adapter = join(options, 'endpoints');
         let known = adapter.getEndpoints();
-        if (known.length === 0 && process.stdout.isTTY && !options.json)
+        if (known.length === 0 && isTable(options))
             process.stderr.write(`nobody else is on the bus '${process.env.BRIVON_BUS || 'default'}'\n`);
         if (!options.follow) {
             printer(ENDPOINT_COLUMNS, options)(known.map(toEndpoint));

@@ -2,7 +2,7 @@
 
 const { join } = require('../bus');
 const { printer, TIME_COLUMN } = require('../table');
-const { LONGEST_TIMER_MS, withoutPrefix } = require('../../client/values');
+const { startTimer, withoutPrefix } = require('../../client/values');
 
 const COLUMNS = [
     TIME_COLUMN,
@@ -57,9 +57,8 @@ module.exports = {
             adapter.addErrorListener((type, error, fault) => {
                 if (!isFiltered) tell({ event: 'error', type, error, fault });
             });
-            const milliseconds = (options.timeout ?? Infinity) * 1000;
-            if (milliseconds <= LONGEST_TIMER_MS)
-                setTimeout(() => resolve(options.count === undefined ? 0 : 4), milliseconds);
+            if (options.timeout !== undefined)
+                startTimer(() => resolve(options.count === undefined ? 0 : 4), options.timeout * 1000);
             process.stderr.write(`brivonjs: listening as ${adapter.getSelfEndpoint()}\n`);
         });
     },

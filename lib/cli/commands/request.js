@@ -2,6 +2,7 @@
 
 const { UsageError } = require('../arguments');
 const { connect, targetOf, textOf } = require('../bus');
+const { isTable } = require('../table');
 
 module.exports = {
     usage: 'NAME [JSON|-] --to TARGET',
@@ -20,9 +21,7 @@ module.exports = {
         const client = connect(options, 'request');
         endOnSignals();
         const answer = await client.request(name, body, { to, timeout: Number(options.timeout ?? 30) * 1000 });
-        process.stdout.write(
-            `${JSON.stringify(answer ?? null, null, process.stdout.isTTY && !options.json ? 2 : 0)}\n`,
-        );
+        process.stdout.write(`${JSON.stringify(answer ?? null, null, isTable(options) ? 2 : 0)}\n`);
         return 0;
     },
 };
