@@ -11,7 +11,7 @@ const { runScript, scripted } = require('../support/support');
 const preamble = `${scripted}
     const from = (appId, id) => ({ type: SUITE_TYPE_PREFIX, source: { appId, id } });
     const list = (...ids) => messaging.setEndpoints(ids.map((id) => ({ appId: 'a', id })));
-    const adapter = new BrivonAdapter('app', '1', 'a');
+    const adapter = (globalThis.adapter = new BrivonAdapter('app', '1', 'a'));
     adapter.addMessageListener(() => {});
 `;
 
