@@ -35,13 +35,36 @@ class CacheLock {
 public:
     explicit CacheLock(uv_mutex_t& mutex)
         : mutex_(mutex) {
+        // Each side says that it comes before it looks for the other, so one of them at least sees the other.
+        for (++users; isRenewing; ++users) {
+            --users;
+            std::this_thread::yield();
+        }
         uv_mutex_lock(&mutex_);
     }
-    ~CacheLock() { uv_mutex_unlock(&mutex_); }
+    ~CacheLock() {
+        uv_mutex_unlock(&mutex_);
+        --users;
+    }
     CacheLock(const CacheLock&) = delete;
     CacheLock& operator=(const CacheLock&) = delete;
 
+    // JavaScript thread of any environment. Makes the mutex anew, with uv_mutex_init's result, while nobody holds it or
+    // waits for it: whoever does at that moment would do so for ever.
+    static int renew(uv_mutex_t& mutex) {
+        while (isRenewing.exchange(true))
+            std::this_thread::yield();
+        while (users != 0)
+            std::this_thread::yield();
+        const int result = uv_mutex_init(&mutex);
+        isRenewing = false;
+        return result;
+    }
+
 private:
+    static inline std::atomic<int> users{0};
+    static inline std::atomic<bool> isRenewing{false};
+
     uv_mutex_t& mutex_;
 };
 
@@ -100,7 +123,7 @@ Napi::Object BrivonAdapter::Init(Napi::Env env, Napi::Object exports) {
                         InstanceMethod<&BrivonAdapter::removeAllListeners>("removeAllListeners"),
                     });
     keepConstructor(constructor, function);
-    const int cacheInitedMutex = uv_mutex_init(&cacheMutex);
+    const int cacheInitedMutex = CacheLock::renew(cacheMutex);
     assert(0 == cacheInitedMutex);
     exports.Set("BrivonAdapter", function);
     return exports;

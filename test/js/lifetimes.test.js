@@ -71,10 +71,15 @@ for (const [point, script] of Object.entries(points))
 
 test('workers that come and go at once, in every way, leave the main thread on the bus', () => {
     const bodies = Object.values(points).flatMap((script) => [load + script + exit, load + script + beTerminated]);
+    const together = [...Array(20).fill([load, load]), bodies, bodies];
     return assertEnds(
-        `${runWorker}${points['messages stream in']}
+        `${runWorker}${sending(2000)}
+        let count = 0;
+        keep.addMessageListener(() => { if (++count % 2000 === 0) send(); });
+        send();
+        setInterval(() => { for (let i = 0; i < 1000; ++i) keep.sendMessage('t', 'p'); }); // by way of the cache
         (async () => {
-            for (let round = 0; round < 2; ++round) await Promise.all(${JSON.stringify(bodies)}.map(runWorker));
+            for (const bodies of ${JSON.stringify(together)}) await Promise.all(bodies.map(runWorker));
             // Every worker has silenced it.
             keep.addMessageListener(() => process.exit(0));
             send();
