@@ -14,6 +14,10 @@ const sending = (count) => `
     ${joined}
     const self = keep.getSelfEndpoint().slice(1, -1).split(',');
     const send = () => { for (let i = 0; i < ${count}; ++i) keep.sendMessage('t', 'p', ...self); };`;
+const streaming = (atATime) => `${sending(atATime)}
+    let count = 0;
+    keep.addMessageListener(() => { if (++count % ${atATime} === 0) send(); });
+    send();`;
 const points = {
     'the module is loaded': ``,
     'an adapter exists': joined,
@@ -23,10 +27,7 @@ const points = {
         for (let i = 0; i < 100; ++i) keep.launchApp('missing', true, '', () => {});`,
     'an adapter listens': `${joined} keep.addMessageListener(() => {}); keep.addErrorListener(() => {});`,
     'an adapter has listened': `${joined} keep.addMessageListener(() => {}); keep.removeAllListeners();`,
-    'messages stream in': `${sending(100)}
-        let count = 0;
-        keep.addMessageListener(() => { if (++count % 100 === 0) send(); });
-        send();`,
+    'messages stream in': streaming(100),
     'messages are queued': `${sending(10000)} keep.addMessageListener(() => {}); send();`,
 };
 // On globalThis, because an adapter that nothing else refers to would be collected, and fall silent.
@@ -73,10 +74,7 @@ test('workers that come and go at once, in every way, leave the main thread on t
     const bodies = Object.values(points).flatMap((script) => [load + script + exit, load + script + beTerminated]);
     const together = [...Array(20).fill([load, load]), bodies, bodies];
     return assertEnds(
-        `${runWorker}${sending(2000)}
-        let count = 0;
-        keep.addMessageListener(() => { if (++count % 2000 === 0) send(); });
-        send();
+        `${runWorker}${streaming(2000)}
         setInterval(() => { for (let i = 0; i < 1000; ++i) keep.sendMessage('t', 'p'); }); // by way of the cache
         (async () => {
             for (const bodies of ${JSON.stringify(together)}) await Promise.all(bodies.map(runWorker));
