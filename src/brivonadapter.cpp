@@ -270,7 +270,7 @@ void BrivonAdapter::refreshEndPointsBrivonWillCallback() {
         selfEndPoint_ = self;
         if (verbose_ && shouldLog(LogLevel::Info))
             infoLine(function, __LINE__).stream() << "about to drop cache ";
-        endpointCache_.clear();
+        retireCache();
         for (const EndPoint& endPoint : endPoints) {
             const std::string appId = readAppId(endPoint);
             insertWhole(endpointCache_, appId, endPoint);
@@ -289,6 +289,14 @@ void BrivonAdapter::refreshEndPointsBrivonWillCallback() {
             infoLine(function, __LINE__).stream() << "switching to broadcast";
         routingMode_ = kBroadcast;
     }
+}
+
+void BrivonAdapter::retireCache() {
+    retired_.emplace_back().swap(endpointCache_);
+    // Between the write of one side and its look at the other's, on both sides, so one of them at least sees the other.
+    std::atomic_thread_fence(std::memory_order_seq_cst);
+    if (!isCopying_)
+        retired_.clear();
 }
 
 void BrivonAdapter::refreshEndpoints() {
@@ -314,13 +322,26 @@ Napi::Value BrivonAdapter::getEndpoints(const Napi::CallbackInfo& info) {
 
 Napi::Value BrivonAdapter::getEndpointCacheSnapshot(const Napi::CallbackInfo& info) {
     const Napi::Env env = info.Env();
-    // Copied without cacheMutex, which is part of the contract.
-    const EndPointCache snapshot = endpointCache_;
+    const EndPointCache snapshot = copyOfCache();
     Napi::Array array = Napi::Array::New(env, snapshot.size());
     std::uint32_t index = 0;
     for (const auto& entry : snapshot)
         setElement(array, index++, toJavaScript(env, entry.second));
     return array;
+}
+
+// Without cacheMutex, which is part of the contract.
+BrivonAdapter::EndPointCache BrivonAdapter::copyOfCache() {
+    struct Copying {
+        explicit Copying(std::atomic<bool>& itsFlag)
+            : flag(itsFlag) {
+            flag = true;
+            std::atomic_thread_fence(std::memory_order_seq_cst);
+        }
+        ~Copying() { flag = false; }
+        std::atomic<bool>& flag;
+    } const copying(isCopying_);
+    return endpointCache_;
 }
 
 Napi::Value BrivonAdapter::forceRefreshEndpoints(const Napi::CallbackInfo& info) {

@@ -72,6 +72,8 @@ private:
     // JavaScript thread.
     void sendSuiteMessage(const std::string& type, const std::string& payload, const std::string& appId,
                           const std::string& appVersion, const std::string& endpointId);
+    // JavaScript thread.
+    EndPointCache copyOfCache();
     // JavaScript thread. Takes cacheMutex unless the call names one endpoint in full.
     std::vector<EndPoint> selectDestinations(const std::string& appId, const std::string& appVersion,
                                              const std::string& endpointId) const;
@@ -86,6 +88,9 @@ private:
     bool insertIfNotAlreadyCached(const EndPoint& source);
     // Library threads. Takes cacheMutex, not across calls of the dispatcher.
     void refreshEndPointsBrivonWillCallback();
+    // Library threads, with cacheMutex. Empties the cache, of which a copy may be under way: its entries stay until no
+    // copy can be on them.
+    void retireCache();
     static void endPointsCallback(void* adapter);
     // JavaScript and library threads. Asks for a new endpoint list, which arrives through endPointsCallback.
     void refreshEndpoints();
@@ -112,6 +117,8 @@ private:
     std::int32_t routingMode_ = 0;                                    // only decides which switch is logged
     bool needsRefresh_ = false;
     EndPointCache endpointCache_;
+    std::list<EndPointCache> retired_; // with cacheMutex
+    std::atomic<bool> isCopying_{false};
     EndPoint selfEndPoint_;
     // Promised, and filled by nothing.
     std::list<MessageRecord> pendingMessages_;

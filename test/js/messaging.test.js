@@ -7,7 +7,7 @@ const { beforeEach, test } = require('node:test');
 
 const { messaging, SUITE_TYPE_PREFIX, ERROR_TYPE } = require('brivonjs/standins');
 const { BrivonAdapter } = require('brivonjs');
-const { CallLog, collectUntil } = require('../support/support');
+const { CallLog, collectUntil, runScript, scripted } = require('../support/support');
 
 const endpoint = (appId, id, appVersion = '1') => ({ id, appId, appVersion });
 const text = ({ id, appId, appVersion }) => `{${appId},${appVersion},${id}}`;
@@ -240,6 +240,20 @@ test('the cache takes 200 single endpoints, and a rebuild of any size', () => {
         assert.equal(operations().includes('RefreshEndPoints'), isRefreshed, `${args}`);
     }
     assert.deepEqual(adapter.getEndpointCacheSnapshot(), ['{0,,x}', '{a,1,0}', '{a,1,1}']);
+});
+
+test('snapshots may be taken while endpoint lists arrive', async () => {
+    const { code, stderr } = await runScript(`${scripted}
+        const adapter = (globalThis.adapter = new BrivonAdapter('app', '1'));
+        const listing = '(' + ((root) => {
+            const { messaging } = require(root + '/lib/standins');
+            const list = (length) => Array.from({ length }, (_, id) => ({ id: String(id), appId: 'an application' }));
+            for (let i = 0; i < 2000; ++i) messaging.setEndpoints(list(i % 60));
+        }) + ')(' + JSON.stringify(root) + ')';
+        new (require('node:worker_threads').Worker)(listing, { eval: true }).on('exit', process.exit);
+        setInterval(() => { for (let i = 0; i < 500; ++i) adapter.getEndpointCacheSnapshot(); });
+    `);
+    assert.equal(code, 0, stderr);
 });
 
 test('a collected adapter unregisters, releases once, and silences the others', async () => {
