@@ -147,13 +147,13 @@ LogMessageHolder::~LogMessageHolder() {
 }
 
 LogScope::LogScope(const char* category, LogLevel level, const char* name)
+    : LogScope(category, level, std::string(name)) {}
+
+LogScope::LogScope(const char* category, LogLevel level, const std::string& name)
     : message_(std::make_unique<LogMessage>(category, level)) {
     message_->stream() << name;
     message_->writeAs("%s: Begin %s (%s.%s.%d)");
 }
-
-LogScope::LogScope(const char* category, LogLevel level, const std::string& name)
-    : LogScope(category, level, name.c_str()) {}
 
 LogScope::~LogScope() {
     writeEnd();

@@ -96,7 +96,7 @@ private:
     std::unique_ptr<LogMessage> message_;
 };
 
-// Writes a Begin line when made and an End line when it goes away. Promised, and used by no call site of this module.
+// Writes a Begin line when made and an End line when it goes away. No call site of this module uses it.
 class LogScope {
 public:
     LogScope(const char* category, LogLevel level, const char* name);

@@ -1,7 +1,6 @@
 #include "binding.h"
 
 #include <cstddef>
-#include <utility>
 
 namespace {
 
@@ -18,10 +17,8 @@ namespace {
 }
 
 // Runs when an environment ends, before Node.js frees that environment's references.
-void abandonConstructor(void* data) {
-    auto& slot = *static_cast<Napi::FunctionReference*>(data);
-    Napi::FunctionReference abandoned = std::move(slot);
-    abandoned.SuppressDestruct();
+void abandonConstructor(void* slot) {
+    static_cast<ClassWide<Napi::FunctionReference>*>(slot)->exchange({});
 }
 
 } // namespace
@@ -43,12 +40,14 @@ std::string toUtf8(const Napi::Value& value) {
     return text;
 }
 
-void keepConstructor(Napi::FunctionReference& slot, const Napi::Function& constructor) {
-    const napi_env env = constructor.Env();
-    if (slot.Env() != env)
-        abandonConstructor(&slot);
-    slot = Napi::Persistent(constructor);
-    slot.SuppressDestruct();
+void keepConstructor(ClassWide<Napi::FunctionReference>& slot, const Napi::Function& constructor) {
+    const Napi::Env env = constructor.Env();
+    Napi::FunctionReference earlier = slot.exchange({});
+    if (earlier.Env() == env)
+        earlier.Reset();
+    Napi::FunctionReference own = Napi::Persistent(constructor);
+    own.SuppressDestruct();
+    slot.exchange(std::move(own));
     // Only one registration per environment and slot is allowed; an absent one may be removed.
     napi_remove_env_cleanup_hook(env, abandonConstructor, &slot);
     napi_add_env_cleanup_hook(env, abandonConstructor, &slot);

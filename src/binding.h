@@ -6,7 +6,9 @@
 #include <napi.h>
 
 #include <cstdint>
+#include <mutex>
 #include <string>
+#include <utility>
 
 // Texts of the TypeErrors that argument checks raise.
 inline constexpr char kWrongNumberOfArguments[] = "Wrong number of arguments";
@@ -24,8 +26,29 @@ inline void setElement(Napi::Array& array, std::uint32_t index, const Napi::Valu
     array.Set(index, value);
 }
 
+// A value that all environments share. Each has a thread of its own, so the lock is held for a copy or a swap, and for
+// nothing else.
+template <typename T>
+class ClassWide {
+public:
+    T get() const {
+        const std::lock_guard lock(mutex_);
+        return value_;
+    }
+    // Answers the value that was there before.
+    T exchange(T value) {
+        const std::lock_guard lock(mutex_);
+        std::swap(value_, value);
+        return value;
+    }
+
+private:
+    mutable std::mutex mutex_;
+    T value_;
+};
+
 // Keeps a class's constructor function alive until its environment ends, replacing the one that an earlier
 // initialisation left in the slot. A reference of another environment belongs to another thread and is left to it.
-void keepConstructor(Napi::FunctionReference& slot, const Napi::Function& constructor);
+void keepConstructor(ClassWide<Napi::FunctionReference>& slot, const Napi::Function& constructor);
 
 #endif

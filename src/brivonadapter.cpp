@@ -1,7 +1,6 @@
 #include "brivonadapter.h"
 
 #include "TestStreamLogger.h"
-#include "binding.h"
 #include "brivonadapter_readers.h"
 #include "platform.h"
 
@@ -29,6 +28,15 @@ enum RoutingMode : std::int32_t { kBroadcast = 0, kPointToPoint = 1 };
 // of them verbose_ before it.
 LogMessageHolder infoLine(const char* function, int line) {
     return LogMessageHolder(std::make_unique<LogMessage>("brivonadapter", LogLevel::Info, __FILE__, line, function));
+}
+
+// For catch sites. A line that cannot be made is dropped.
+void logException(const char* function, int line, const char* text) noexcept {
+    try {
+        if (shouldLog(LogLevel::Info))
+            infoLine(function, line).stream() << text;
+    } catch (...) {
+    }
 }
 
 class CacheLock {
@@ -75,35 +83,16 @@ void pollUntil(bool wanted, Question question) {
         Sleep(kPollWaitMs);
 }
 
-// Library threads, with cacheMutex. A snapshot is copied without it, so an entry must be written before it is linked,
-// on every processor: made in a map of its own, it is complete, down to the places for its children. In which order the
-// tree's own links change is the container's affair.
-void insertWhole(std::multimap<std::string, EndPoint>& cache, const std::string& appId, const EndPoint& endPoint) {
-    std::multimap<std::string, EndPoint> made;
-    made.emplace(appId, endPoint);
-    auto entry = made.extract(made.begin());
-    std::atomic_thread_fence(std::memory_order_release);
-    cache.insert(std::move(entry));
-}
-
-// JavaScript thread. Library threads take the handle without a lock, so what it refers to must be written before it is,
-// on every processor.
-Napi::ThreadSafeFunction wholeHandle(const Napi::Value& listener, const char* name) {
-    auto handle = Napi::ThreadSafeFunction::New(listener.Env(), listener.As<Napi::Function>(), name, 0, 1);
-    std::atomic_thread_fence(std::memory_order_release);
-    return handle;
-}
-
 Napi::String toJavaScript(Napi::Env env, const EndPoint& endPoint) {
     return Napi::String::New(env, endPointToString(endPoint));
 }
 
 } // namespace
 
-Napi::FunctionReference BrivonAdapter::constructor;
+ClassWide<Napi::FunctionReference> BrivonAdapter::constructor;
 uv_mutex_t BrivonAdapter::cacheMutex;
-Napi::ThreadSafeFunction BrivonAdapter::messageListenerTsfn;
-Napi::ThreadSafeFunction BrivonAdapter::errorListenerTsfn;
+BrivonAdapter::ListenerHandle BrivonAdapter::messageListenerTsfn{nullptr};
+BrivonAdapter::ListenerHandle BrivonAdapter::errorListenerTsfn{nullptr};
 std::atomic<int> BrivonAdapter::deliveriesInFlight{0};
 
 // ---- Class and lifecycle
@@ -145,8 +134,8 @@ BrivonAdapter::BrivonAdapter(const Napi::CallbackInfo& info)
 }
 
 BrivonAdapter::~BrivonAdapter() {
-    messageListenerTsfn = Napi::ThreadSafeFunction();
-    errorListenerTsfn = Napi::ThreadSafeFunction();
+    messageListenerTsfn = nullptr;
+    errorListenerTsfn = nullptr;
     setLogger(nullptr);
     napi_remove_env_cleanup_hook(Env(), onEnvironmentEnd, this);
     if (brivon_ != nullptr) {
@@ -189,8 +178,7 @@ void BrivonAdapter::initSelf() {
         if (brivon_->IsRefreshing() && verbose_ && shouldLog(LogLevel::Info))
             infoLine(function, __LINE__).stream() << "failed to refresh endpoints, using broadcast";
     } catch (...) {
-        if (shouldLog(LogLevel::Info))
-            infoLine(function, __LINE__).stream() << "WARNING Likely fatal exception in construction ";
+        logException(function, __LINE__, "WARNING Likely fatal exception in construction ");
     }
 }
 
@@ -210,14 +198,17 @@ Napi::Value BrivonAdapter::setVerboseLogging(const Napi::CallbackInfo& info) {
 // environment, nor may the library keep listeners that are about to go.
 void BrivonAdapter::onEnvironmentEnd(void* data) {
     auto* adapter = static_cast<BrivonAdapter*>(data);
-    messageListenerTsfn = Napi::ThreadSafeFunction();
-    errorListenerTsfn = Napi::ThreadSafeFunction();
-    // A read-modify-write, so that the handles are seen to be empty before the count is read.
-    while (deliveriesInFlight.fetch_add(0) != 0)
+    messageListenerTsfn = nullptr;
+    errorListenerTsfn = nullptr;
+    while (deliveriesInFlight != 0)
         std::this_thread::yield();
-    if (adapter->brivon_ != nullptr) {
+    if (adapter->brivon_ == nullptr)
+        return;
+    try {
         adapter->brivon_->RemoveMessageListener(adapter);
         adapter->brivon_->RemoveErrorListener(adapter);
+    } catch (...) {
+        // Nobody is left to be told. An adapter that stays registered meets empty handles.
     }
 }
 
@@ -237,14 +228,16 @@ bool BrivonAdapter::insertIfNotAlreadyCached(const EndPoint& source) {
         const CacheLock lock(cacheMutex);
         const std::string appId = readAppId(source);
         const std::string id = readId(source);
-        const auto [first, last] = endpointCache_.equal_range(appId);
+        const auto [first, last] = endpointCache_->equal_range(appId);
         isHit = std::any_of(first, last, [&id](const auto& entry) { return readId(entry.second) == id; });
-        if (!isHit && endpointCache_.size() >= kCacheLimit) {
+        if (!isHit && endpointCache_->size() >= kCacheLimit) {
             if (shouldLog(LogLevel::Info))
                 infoLine(function, __LINE__).stream()
                     << "WARNING Cache stale - dropped missing EndPoint due to large cache size";
         } else if (!isHit) {
-            insertWhole(endpointCache_, appId, source);
+            auto patched = std::make_shared<EndPointCache>(*endpointCache_);
+            patched->emplace(appId, source);
+            std::atomic_store<const EndPointCache>(&endpointCache_, std::move(patched));
             if (verbose_ && shouldLog(LogLevel::Info))
                 infoLine(function, __LINE__).stream()
                     << "Cache stale - inserted missing EndPoint for appId = " << appId;
@@ -270,15 +263,16 @@ void BrivonAdapter::refreshEndPointsBrivonWillCallback() {
         selfEndPoint_ = self;
         if (verbose_ && shouldLog(LogLevel::Info))
             infoLine(function, __LINE__).stream() << "about to drop cache ";
-        retireCache();
+        auto rebuilt = std::make_shared<EndPointCache>();
         for (const EndPoint& endPoint : endPoints) {
             const std::string appId = readAppId(endPoint);
-            insertWhole(endpointCache_, appId, endPoint);
+            rebuilt->emplace(appId, endPoint);
             if (verbose_ && shouldLog(LogLevel::Info))
                 infoLine(function, __LINE__).stream()
                     << "inserted appId = " << appId << " for sourceId = " << readId(endPoint);
             defaultAppPresent = defaultAppPresent || appId == defaultAppId_;
         }
+        std::atomic_store<const EndPointCache>(&endpointCache_, std::move(rebuilt));
     }
     if (defaultAppPresent) {
         if (routingMode_ == kBroadcast && verbose_ && shouldLog(LogLevel::Info))
@@ -289,14 +283,6 @@ void BrivonAdapter::refreshEndPointsBrivonWillCallback() {
             infoLine(function, __LINE__).stream() << "switching to broadcast";
         routingMode_ = kBroadcast;
     }
-}
-
-void BrivonAdapter::retireCache() {
-    retired_.emplace_back().swap(endpointCache_);
-    // Between the write of one side and its look at the other's, on both sides, so one of them at least sees the other.
-    std::atomic_thread_fence(std::memory_order_seq_cst);
-    if (!isCopying_)
-        retired_.clear();
 }
 
 void BrivonAdapter::refreshEndpoints() {
@@ -322,26 +308,13 @@ Napi::Value BrivonAdapter::getEndpoints(const Napi::CallbackInfo& info) {
 
 Napi::Value BrivonAdapter::getEndpointCacheSnapshot(const Napi::CallbackInfo& info) {
     const Napi::Env env = info.Env();
-    const EndPointCache snapshot = copyOfCache();
-    Napi::Array array = Napi::Array::New(env, snapshot.size());
+    // Without cacheMutex, so that a snapshot waits for no library thread.
+    const std::shared_ptr<const EndPointCache> snapshot = std::atomic_load(&endpointCache_);
+    Napi::Array array = Napi::Array::New(env, snapshot->size());
     std::uint32_t index = 0;
-    for (const auto& entry : snapshot)
+    for (const auto& entry : *snapshot)
         setElement(array, index++, toJavaScript(env, entry.second));
     return array;
-}
-
-// Without cacheMutex, which is part of the contract.
-BrivonAdapter::EndPointCache BrivonAdapter::copyOfCache() {
-    struct Copying {
-        explicit Copying(std::atomic<bool>& itsFlag)
-            : flag(itsFlag) {
-            flag = true;
-            std::atomic_thread_fence(std::memory_order_seq_cst);
-        }
-        ~Copying() { flag = false; }
-        std::atomic<bool>& flag;
-    } const copying(isCopying_);
-    return endpointCache_;
 }
 
 Napi::Value BrivonAdapter::forceRefreshEndpoints(const Napi::CallbackInfo& info) {
@@ -373,7 +346,7 @@ void BrivonAdapter::sendSuiteMessage(const std::string& type, const std::string&
     static const std::string suiteTypePrefix = "brivon.SuiteMessage.";
     SuiteMessage message((suiteTypePrefix + type).c_str());
     const std::vector<EndPoint> destinations = selectDestinations(appId, appVersion, endpointId);
-    // Read without cacheMutex, which is part of the contract.
+    // Without cacheMutex: a send to an endpoint that is named in full takes no lock.
     message.SetSource(selfEndPoint_);
     message.SetPayload(payload.c_str());
     if (!destinations.empty())
@@ -397,7 +370,7 @@ std::vector<EndPoint> BrivonAdapter::selectDestinations(const std::string& appId
     }
     const std::string& key = appId.empty() ? defaultAppId_ : appId;
     const CacheLock lock(cacheMutex);
-    const auto [first, last] = endpointCache_.equal_range(key);
+    const auto [first, last] = endpointCache_->equal_range(key);
     if (!key.empty() && !appVersion.empty()) {
         for (auto entry = first; entry != last; ++entry) {
             if (readAppVersion(entry->second) == appVersion)
@@ -405,7 +378,7 @@ std::vector<EndPoint> BrivonAdapter::selectDestinations(const std::string& appId
         }
     }
     if (destinations.empty()) {
-        destinations.reserve(endpointCache_.count(key));
+        destinations.reserve(endpointCache_->count(key));
         for (auto entry = first; entry != last; ++entry)
             destinations.push_back(entry->second);
     }
@@ -415,30 +388,30 @@ std::vector<EndPoint> BrivonAdapter::selectDestinations(const std::string& appId
 // ---- Listeners and delivery
 
 Napi::Value BrivonAdapter::addMessageListener(const Napi::CallbackInfo& info) {
+    return addListener(info, messageListenerTsfn, "Brivon Message Listener",
+                       &IBrivonMessageDispatcher::AddMessageListener);
+}
+
+Napi::Value BrivonAdapter::addErrorListener(const Napi::CallbackInfo& info) {
+    return addListener(info, errorListenerTsfn, "Brivon Error Listener", &IBrivonMessageDispatcher::AddErrorListener);
+}
+
+Napi::Value BrivonAdapter::addListener(const Napi::CallbackInfo& info, ListenerHandle& handle, const char* name,
+                                       void (IBrivonMessageDispatcher::*add)(IBrivonMessageListener*)) {
     const Napi::Env env = info.Env();
     if (info.Length() < 1)
         return refuse(env, kWrongNumberOfArguments);
     // A previous handle is overwritten without a release: its function is never called again and stays referenced.
-    messageListenerTsfn = wholeHandle(info[0], "Brivon Message Listener");
+    handle = Napi::ThreadSafeFunction::New(env, info[0].As<Napi::Function>(), name, 0, 1);
     watchEnvironmentEnd(env);
-    dispatcher(env).AddMessageListener(this);
-    return env.Undefined();
-}
-
-Napi::Value BrivonAdapter::addErrorListener(const Napi::CallbackInfo& info) {
-    const Napi::Env env = info.Env();
-    if (info.Length() < 1)
-        return refuse(env, kWrongNumberOfArguments);
-    errorListenerTsfn = wholeHandle(info[0], "Brivon Error Listener");
-    watchEnvironmentEnd(env);
-    dispatcher(env).AddErrorListener(this);
+    (dispatcher(env).*add)(this);
     return env.Undefined();
 }
 
 Napi::Value BrivonAdapter::removeAllListeners(const Napi::CallbackInfo& info) {
     const Napi::Env env = info.Env();
-    messageListenerTsfn = Napi::ThreadSafeFunction();
-    errorListenerTsfn = Napi::ThreadSafeFunction();
+    messageListenerTsfn = nullptr;
+    errorListenerTsfn = nullptr;
     IBrivonMessageDispatcher& brivon = dispatcher(env);
     brivon.RemoveMessageListener(this);
     brivon.RemoveErrorListener(this);
@@ -469,8 +442,7 @@ void BrivonAdapter::Receive(const BrivonMessage& message) {
             deliverMessage(record);
         }
     } catch (...) {
-        if (shouldLog(LogLevel::Info))
-            infoLine("BrivonAdapter::Receive", __LINE__).stream() << "EXCEPTION in BrivonAdapter::Receive";
+        logException("BrivonAdapter::Receive", __LINE__, "EXCEPTION in BrivonAdapter::Receive");
     }
 }
 
@@ -493,13 +465,13 @@ void BrivonAdapter::deliverError(ErrorRecord* record) {
     });
 }
 
-void BrivonAdapter::queueDelivery(const Napi::ThreadSafeFunction& handle, const Delivery& delivery) {
+void BrivonAdapter::queueDelivery(const ListenerHandle& handle, const Delivery& delivery) {
     struct InFlight {
         InFlight() { ++deliveriesInFlight; }
         ~InFlight() { --deliveriesInFlight; }
     } const inFlight;
-    const Napi::ThreadSafeFunction listener = handle;
+    napi_threadsafe_function listener = handle;
     // The runtime aborts on an empty handle; here it means a refusal like any other, and the delivery is dropped.
-    if (static_cast<napi_threadsafe_function>(listener) != nullptr)
-        listener.NonBlockingCall(delivery);
+    if (listener != nullptr)
+        Napi::ThreadSafeFunction(listener).NonBlockingCall(delivery);
 }

@@ -3,6 +3,7 @@
 #define BRIVONADAPTER_H
 
 #include "BrivonMessage5.h"
+#include "binding.h"
 
 #include <napi.h>
 #include <uv.h>
@@ -12,6 +13,7 @@
 #include <functional>
 #include <list>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -48,8 +50,9 @@ public:
 
 private:
     using EndPoint = kesta::brivon::api5::EndPoint;
-    // By application id; the endpoints of one application in the order in which they came. Copied whole while a library
-    // thread may change it, which a container of this kind survives.
+    // Any thread. Null while there is no listener. Never released: the event loop stays alive from the first listener on.
+    using ListenerHandle = std::atomic<napi_threadsafe_function>;
+    // By application id; the endpoints of one application in the order in which they came.
     using EndPointCache = std::multimap<std::string, EndPoint>;
 
     // The methods of the class, all on the JavaScript thread.
@@ -72,8 +75,6 @@ private:
     // JavaScript thread.
     void sendSuiteMessage(const std::string& type, const std::string& payload, const std::string& appId,
                           const std::string& appVersion, const std::string& endpointId);
-    // JavaScript thread.
-    EndPointCache copyOfCache();
     // JavaScript thread. Takes cacheMutex unless the call names one endpoint in full.
     std::vector<EndPoint> selectDestinations(const std::string& appId, const std::string& appVersion,
                                              const std::string& endpointId) const;
@@ -82,30 +83,29 @@ private:
     static void deliverMessage(MessageRecord* record);
     static void deliverError(ErrorRecord* record);
     using Delivery = std::function<void(Napi::Env, Napi::Function)>;
-    static void queueDelivery(const Napi::ThreadSafeFunction& handle, const Delivery& delivery);
+    static void queueDelivery(const ListenerHandle& handle, const Delivery& delivery);
 
     // Library threads. Takes cacheMutex. Answers whether the cache was stale: false when it held the source.
     bool insertIfNotAlreadyCached(const EndPoint& source);
     // Library threads. Takes cacheMutex, not across calls of the dispatcher.
     void refreshEndPointsBrivonWillCallback();
-    // Library threads, with cacheMutex. Empties the cache, of which a copy may be under way: its entries stay until no
-    // copy can be on them.
-    void retireCache();
     static void endPointsCallback(void* adapter);
     // JavaScript and library threads. Asks for a new endpoint list, which arrives through endPointsCallback.
     void refreshEndpoints();
 
+    // JavaScript thread.
+    Napi::Value addListener(const Napi::CallbackInfo& info, ListenerHandle& handle, const char* name,
+                            void (kesta::brivon::api5::IBrivonMessageDispatcher::*add)(IBrivonMessageListener*));
     // JavaScript thread. Has onEnvironmentEnd called before the environment deletes its thread-safe functions.
     void watchEnvironmentEnd(Napi::Env env);
     static void onEnvironmentEnd(void* adapter);
 
     // Class-wide. The latest environment's constructor, until an environment ends.
-    static Napi::FunctionReference constructor;
+    static ClassWide<Napi::FunctionReference> constructor;
     // Guards endpointCache_ and selfEndPoint_ of every adapter. Made anew for every environment and never destroyed.
     static uv_mutex_t cacheMutex;
-    // Empty while there is no listener. Never released: the event loop stays alive from the first listener on.
-    static Napi::ThreadSafeFunction messageListenerTsfn;
-    static Napi::ThreadSafeFunction errorListenerTsfn;
+    static ListenerHandle messageListenerTsfn;
+    static ListenerHandle errorListenerTsfn;
     // Deliveries that may hold a copy of a handle; an ending environment waits for them.
     static std::atomic<int> deliveriesInFlight;
 
@@ -116,11 +116,10 @@ private:
     kesta::brivon::api5::IBrivonMessageDispatcher* brivon_ = nullptr; // the library's, counted by its instances
     std::int32_t routingMode_ = 0;                                    // only decides which switch is logged
     bool needsRefresh_ = false;
-    EndPointCache endpointCache_;
-    std::list<EndPointCache> retired_; // with cacheMutex
-    std::atomic<bool> isCopying_{false};
+    // Never changed, only replaced, so that a snapshot needs no lock.
+    std::shared_ptr<const EndPointCache> endpointCache_ = std::make_shared<EndPointCache>();
     EndPoint selfEndPoint_;
-    // Promised, and filled by nothing.
+    // Always empty: records go straight to the queues of the listeners.
     std::list<MessageRecord> pendingMessages_;
     std::list<ErrorRecord> pendingErrors_;
     bool verbose_ = false;

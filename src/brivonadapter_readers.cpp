@@ -14,12 +14,20 @@ using ValueOf = void (Record::*)(char*) const;
 
 // The text ends at its first NUL, or with its size, should the library leave the terminator out.
 template <typename Record>
+void appendText(std::string& text, const Record& record, SizeOf<Record> sizeOf, ValueOf<Record> value) {
+    const std::size_t start = text.size();
+    const std::size_t size = (record.*sizeOf)();
+    if (size == 0) // a getter may write the terminator that its size does not count
+        return;
+    text.resize(start + size);
+    (record.*value)(&text[start]);
+    text.resize(start + strnlen(&text[start], size));
+}
+
+template <typename Record>
 std::string readText(const Record& record, SizeOf<Record> sizeOf, ValueOf<Record> value) {
-    std::string text((record.*sizeOf)(), '\0');
-    if (text.empty())
-        return text;
-    (record.*value)(text.data());
-    text.resize(strnlen(text.data(), text.size()));
+    std::string text;
+    appendText(text, record, sizeOf, value);
     return text;
 }
 
@@ -86,10 +94,14 @@ std::vector<EndPoint> listEndPoints(IBrivonMessageDispatcher& dispatcher) {
 }
 
 std::string endPointToString(const EndPoint& endPoint) {
-    const std::string appId = readAppId(endPoint);
-    const std::string appVersion = readAppVersion(endPoint);
-    const std::string id = readId(endPoint);
-    return "{" + appId + "," + appVersion + "," + id + "}";
+    std::string text = "{";
+    appendText(text, endPoint, &EndPoint::GetAppIdSize, &EndPoint::GetAppId);
+    text += ',';
+    appendText(text, endPoint, &EndPoint::GetAppVersionSize, &EndPoint::GetAppVersion);
+    text += ',';
+    appendText(text, endPoint, &EndPoint::GetIdSize, &EndPoint::GetId);
+    text += '}';
+    return text;
 }
 
 bool isErrorMessage(const std::string& type) {

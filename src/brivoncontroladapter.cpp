@@ -1,6 +1,5 @@
 #include "brivoncontroladapter.h"
 
-#include "binding.h"
 #include "brivoncontroladapter_version.h"
 
 #include <cassert>
@@ -50,8 +49,8 @@ private:
 
 } // namespace
 
-Napi::FunctionReference BrivonControlAdapter::constructor;
-std::string BrivonControlAdapter::_libraryPath;
+ClassWide<Napi::FunctionReference> BrivonControlAdapter::constructor;
+ClassWide<std::string> BrivonControlAdapter::_libraryPath;
 
 // ---- Class and lifecycle
 
@@ -76,7 +75,8 @@ Napi::Object BrivonControlAdapter::Init(Napi::Env env, Napi::Object exports) {
 
 BrivonControlAdapter::BrivonControlAdapter(const Napi::CallbackInfo& info)
     : Napi::ObjectWrap<BrivonControlAdapter>(info) {
-    const char* attributes[] = {IConfigAttribute::KESTA_ZORP_DIR, _libraryPath.c_str(), nullptr};
+    const std::string libraryPath = _libraryPath.get();
+    const char* attributes[] = {IConfigAttribute::KESTA_ZORP_DIR, libraryPath.c_str(), nullptr};
     IBrivonController::SetConfigEx(attributes);
     if (IBrivonController::SetConfig("", "") == BrivonControlErrorCode_Success)
         IBrivonController::GetInstance(&_brivon);
@@ -93,7 +93,7 @@ BrivonControlAdapter::~BrivonControlAdapter() {
 Napi::Value BrivonControlAdapter::setLibraryPath(const Napi::CallbackInfo& info) {
     if (info.Length() < 1)
         return refuse(info.Env(), kWrongNumberOfArguments);
-    _libraryPath = toUtf8(info[0]);
+    _libraryPath.exchange(toUtf8(info[0]));
     return info.Env().Null();
 }
 
@@ -113,8 +113,8 @@ Napi::Value BrivonControlAdapter::getSpecifiers(const Napi::CallbackInfo& info) 
     const Napi::Env env = info.Env();
     if (info.Length() != 0)
         return refuse(env, kWrongNumberOfArguments);
-    char** list = nullptr;
-    std::size_t count = 0;
+    char** list;
+    std::size_t count;
     _brivon->GetSpecifiers(&list, &count);
     Napi::Array specifiers = Napi::Array::New(env, count);
     for (std::size_t i = 0; i < count; ++i)
@@ -141,7 +141,7 @@ Napi::Value BrivonControlAdapter::isAppRunningByName(const Napi::CallbackInfo& i
     return ask(info, &IBrivonController::IsAppRunningByName);
 }
 
-// A missing path is "" here and null in getAppVersion; both are promises.
+// A missing path is "" here and null in getAppVersion, deliberately.
 Napi::Value BrivonControlAdapter::getAppPath(const Napi::CallbackInfo& info) {
     return withSpecifier(info, [this](Napi::Env env, const std::string& specifier) {
         char* path = nullptr;

@@ -4,6 +4,7 @@
 #define BRIVONCONTROLADAPTER_H
 
 #include "BrivonControl.h"
+#include "binding.h"
 
 #include <napi.h>
 
@@ -44,9 +45,9 @@ private:
     // JavaScript thread. Belongs to no adapter.
     static Napi::Value setLibraryPath(const Napi::CallbackInfo& info);
 
-    static Napi::FunctionReference constructor;
+    static ClassWide<Napi::FunctionReference> constructor;
     // Handed to the library by every construction from now on.
-    static std::string _libraryPath;
+    static ClassWide<std::string> _libraryPath;
 
     kesta::brivon::api5::IBrivonController* _brivon = nullptr; // the library's, counted by its instances
 };

@@ -42,7 +42,7 @@ std::optional<std::string> readProductVersion(const platform::WideString& path) 
     const DWORD size = GetFileVersionInfoSizeW(path.c_str(), &unused);
     if (size == 0)
         return std::nullopt;
-    // Not released on any path, which is part of the contract.
+    // Deliberately never released, on any path.
     char* block = new (std::nothrow) char[size];
     if (block == nullptr || GetFileVersionInfoW(path.c_str(), 0, size, block) == 0)
         return std::nullopt;

@@ -242,7 +242,7 @@ test('the cache takes 200 single endpoints, and a rebuild of any size', () => {
     assert.deepEqual(adapter.getEndpointCacheSnapshot(), ['{0,,x}', '{a,1,0}', '{a,1,1}']);
 });
 
-test('snapshots may be taken while endpoint lists arrive', async () => {
+test('snapshots that are taken while endpoint lists arrive are whole', async () => {
     const { code, stderr } = await runScript(`${scripted}
         const adapter = (globalThis.adapter = new BrivonAdapter('app', '1'));
         const listing = '(' + ((root) => {
@@ -251,7 +251,13 @@ test('snapshots may be taken while endpoint lists arrive', async () => {
             for (let i = 0; i < 2000; ++i) messaging.setEndpoints(list(i % 60));
         }) + ')(' + JSON.stringify(root) + ')';
         new (require('node:worker_threads').Worker)(listing, { eval: true }).on('exit', process.exit);
-        setInterval(() => { for (let i = 0; i < 500; ++i) adapter.getEndpointCacheSnapshot(); });
+        setInterval(() => {
+            for (let i = 0; i < 500; ++i) {
+                const snapshot = adapter.getEndpointCacheSnapshot();
+                const texts = new Set(Object.values(snapshot).filter((text) => typeof text === 'string'));
+                if (texts.size !== snapshot.length) throw new Error(snapshot.length + ' texts: ' + [...texts]);
+            }
+        });
     `);
     assert.equal(code, 0, stderr);
 });
