@@ -6,6 +6,7 @@ const assert = require('node:assert/strict');
 const path = require('node:path');
 const { test } = require('node:test');
 
+const { modulePath } = require('../../lib/locate');
 const { newBus, root, runScript } = require('../support/support');
 
 // Runs on the main thread or in a worker. Messages to itself travel through the library's thread.
@@ -84,4 +85,14 @@ test('workers that come and go at once, in every way, leave the main thread on t
         })();`,
         0,
     );
+});
+
+test('environments that load the module at once do not meddle with each other', () => {
+    const loading = `for (let i = 0; i < 12000; ++i) {
+        const loaded = { exports: {} };
+        process.dlopen(loaded, ${JSON.stringify(modulePath())});
+        loaded.exports._setLibraryPath('x'.repeat(i % 100));
+    }`;
+    const codes = `await Promise.all(Array(4).fill(${JSON.stringify(loading)}).map(runWorker))`;
+    return assertEnds(`${runWorker} (async () => { process.exit(Math.max(...(${codes}))); })();`, 0);
 });
