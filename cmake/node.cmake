@@ -30,7 +30,8 @@ function(brivon_node name host)
     endforeach()
     list(JOIN exports "\n" exports)
     file(CONFIGURE OUTPUT "${definition}" CONTENT "LIBRARY \"${host}\"\nEXPORTS\n${exports}\n")
-    target_sources(${name} INTERFACE "${CMAKE_SOURCE_DIR}/platform/windows/host_import_hook.cpp")
+    target_sources(${name} INTERFACE "${CMAKE_SOURCE_DIR}/platform/windows/failures.cpp"
+        "${CMAKE_SOURCE_DIR}/platform/windows/host_import_hook.cpp")
     set(import "${CMAKE_BINARY_DIR}/lib${name}.a")
     add_custom_command(OUTPUT "${import}" DEPENDS "${definition}" VERBATIM
         WORKING_DIRECTORY "${CMAKE_BINARY_DIR}" # names within the library are made of the path that is given

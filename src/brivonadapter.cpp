@@ -340,9 +340,10 @@ Napi::Value BrivonAdapter::sendMessage(const Napi::CallbackInfo& info) {
     return Napi::String::New(env, "Sent");
 }
 
-// Deliberately without a catch: an exception of the library's is not turned into a JavaScript error.
+// An exception of the library's is not turned into a JavaScript error. It ends the process here, with a report: the
+// frames of a Windows host would end it without one.
 void BrivonAdapter::sendSuiteMessage(const std::string& type, const std::string& payload, const std::string& appId,
-                                     const std::string& appVersion, const std::string& endpointId) {
+                                     const std::string& appVersion, const std::string& endpointId) noexcept {
     static const std::string suiteTypePrefix = "brivon.SuiteMessage.";
     SuiteMessage message((suiteTypePrefix + type).c_str());
     const std::vector<EndPoint> destinations = selectDestinations(appId, appVersion, endpointId);

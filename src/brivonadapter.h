@@ -74,7 +74,7 @@ private:
 
     // JavaScript thread.
     void sendSuiteMessage(const std::string& type, const std::string& payload, const std::string& appId,
-                          const std::string& appVersion, const std::string& endpointId);
+                          const std::string& appVersion, const std::string& endpointId) noexcept;
     // JavaScript thread. Takes cacheMutex unless the call names one endpoint in full.
     std::vector<EndPoint> selectDestinations(const std::string& appId, const std::string& appVersion,
                                              const std::string& endpointId) const;

@@ -80,11 +80,12 @@ const scripted = `
 // A child Node.js process. Its output goes to files, which every platform can give to a process, and messages to it and
 // from it through its channel.
 class Child {
-    constructor(file, { args = [], env = {}, execArgv = [] } = {}) {
+    constructor(file, { args = [], env = {}, execArgv = [], timeout } = {}) {
         this.files = { stdout: temporaryFile(), stderr: temporaryFile() };
         const outputs = [fs.openSync(this.files.stdout, 'w'), fs.openSync(this.files.stderr, 'w')];
         this.process = fork(file, args, {
             execArgv,
+            timeout,
             env: { ...process.env, ...env },
             stdio: ['ignore', ...outputs, 'ipc'],
             serialization: 'advanced',
@@ -94,8 +95,7 @@ class Child {
             const [stdout, stderr] = [this.files.stdout, this.files.stderr].map((name) => {
                 const text = fs.readFileSync(name, 'utf8');
                 fs.unlinkSync(name);
-                // Some runtimes for Windows report assertions in UTF-16 when standard error is a file.
-                return process.platform === 'win32' ? text.replaceAll('\0', '') : text;
+                return text;
             });
             return { code, signal, stdout, stderr };
         });

@@ -167,12 +167,14 @@ test('the endpoints callback throws back into the vendor, in the vendor’s way'
     nothingThrown(messaging);
 });
 
+// A program of its own on the same libraries.
+const script = (body) => `
+    const { BrivonAdapter, BrivonControlAdapter } = require(root + '/lib');
+    const vendor = require(${JSON.stringify(path.join(folder, 'vendor.node'))});
+    const order = (text, library = '${messaging}') => vendor.order(library, text);
+    ${body} process.exit(0);`;
+
 test('an exception is a line of the log in construction and in a delivery, and ends the process elsewhere', async () => {
-    const script = (body) => `
-        const { BrivonAdapter, BrivonControlAdapter } = require(root + '/lib');
-        const vendor = require(${JSON.stringify(path.join(folder, 'vendor.node'))});
-        const order = (text, library = '${messaging}') => vendor.order(library, text);
-        ${body} process.exit(0);`;
     const logged = await runScript(
         script(`
         order('throw IsReady nested');
@@ -186,11 +188,28 @@ test('an exception is a line of the log in construction and in a delivery, and e
         logged.stdout,
         /WARNING Likely fatal exception in construction .*\r?\n.*EXCEPTION in BrivonAdapter::Receive /,
     );
-    for (const body of [
-        `const adapter = new BrivonAdapter('a', '1'); order('throw Send standard'); adapter.sendMessage('t', 'p');`,
-        `order('throw IsAppInstalled other', '${control}'); new BrivonControlAdapter().isAppInstalled('a');`,
-    ])
-        assert.ok(endedAbnormally(await runScript(script(body))), body);
+    const refused = await runScript(
+        script(`order('throw IsAppInstalled other', '${control}'); new BrivonControlAdapter().isAppInstalled('a');`),
+    );
+    assert.ok(endedAbnormally(refused), JSON.stringify(refused));
+});
+
+// In a desktop program, msvcrt.dll would show a dialog.
+test('in a desktop program too, a failure is reported on standard error and ends the process by itself', async () => {
+    for (const [body, expected] of [
+        [
+            `order('throw SetConfig other'); new BrivonAdapter('a', '1').sendMessage('t', 'p');`,
+            /^Assertion failed: brivon_, file src\/brivonadapter.cpp, line \d+$/m,
+        ],
+        [
+            `const adapter = new BrivonAdapter('a', '1'); order('throw Send standard'); adapter.sendMessage('t', 'p');`,
+            /thrown by the vendor/,
+        ],
+    ]) {
+        const ended = await runScript(script(`vendor.becomeDesktop(); ${body}`), { timeout: 60000 });
+        assert.equal(ended.code, 3, JSON.stringify(ended));
+        assert.match(ended.stderr, expected);
+    }
 });
 
 test('100,000 lists, sends and deliveries leave nothing behind, and a collected adapter lets go', async () => {

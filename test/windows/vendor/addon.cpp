@@ -151,7 +151,14 @@ Napi::Value report(const Napi::CallbackInfo& info) {
     return Napi::String::New(info.Env(), functionOf<const char* (*)()>(info, "vendor_report")());
 }
 
+// The host tells msvcrt.dll that it is a desktop program.
+void becomeDesktop(const Napi::CallbackInfo&) {
+    constexpr int desktop = 2;
+    reinterpret_cast<void (*)(int)>(GetProcAddress(GetModuleHandleA("msvcrt.dll"), "__set_app_type"))(desktop);
+}
+
 Napi::Object init(Napi::Env env, Napi::Object exports) {
+    exports.Set("becomeDesktop", Napi::Function::New(env, becomeDesktop));
     exports.Set("attempt", Napi::Function::New(env, attempt));
     exports.Set("names", Napi::Function::New(env, names));
     exports.Set("destinations", Napi::Function::New(env, destinations));
