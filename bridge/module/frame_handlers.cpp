@@ -3,19 +3,13 @@
 // from a library must be handled by the one that the library itself uses: run-time libraries keep account of what is
 // thrown, and not all of them undo the frames of another's. So the guards of each library name a handler of ours, which
 // goes on to that one.
-#include <windows.h>
+#include "frame_handlers.h"
 
+#include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
-#include <initializer_list>
-
-extern "C" {
-extern FARPROC brivon_frameHandlers[2];
-FARPROC brivon_frameHandlers[2] = {};
-}
-asm(".globl frameHandlerOfBrivonMessage5, frameHandlerOfBrivonControl\n"
-    "frameHandlerOfBrivonMessage5: jmpq *brivon_frameHandlers(%rip)\n"
-    "frameHandlerOfBrivonControl: jmpq *brivon_frameHandlers+8(%rip)\n");
+#include <map>
 
 namespace {
 
@@ -40,57 +34,71 @@ private:
     }
     const IMAGE_DATA_DIRECTORY& directory(int index) const { return header_.OptionalHeader.DataDirectory[index]; }
 
-    // Of the run-time library from which the library imports the function that throws.
     FARPROC handlerOfImportedRuntime() const {
         const DWORD table = directory(IMAGE_DIRECTORY_ENTRY_IMPORT).VirtualAddress;
         if (table == 0)
             return nullptr;
         for (const auto* from = at<IMAGE_IMPORT_DESCRIPTOR>(table); from->Name != 0; ++from) {
-            if (from->OriginalFirstThunk != 0 && imports(from->OriginalFirstThunk, "_CxxThrowException"))
-                return GetProcAddress(GetModuleHandleA(at<char>(from->Name)), kHandler);
-        }
-        return nullptr;
-    }
-
-    bool imports(DWORD names, const char* wanted) const {
-        for (const auto* name = at<IMAGE_THUNK_DATA>(names); name->u1.AddressOfData != 0; ++name) {
-            if (!IMAGE_SNAP_BY_ORDINAL(name->u1.Ordinal) &&
-                std::strcmp(at<IMAGE_IMPORT_BY_NAME>(static_cast<DWORD>(name->u1.AddressOfData))->Name, wanted) == 0)
-                return true;
-        }
-        return false;
-    }
-
-    // That which the library's own functions name: its run-time library is a part of it, or is bound in another way.
-    FARPROC handlerOfOwnFrames() const {
-        const IMAGE_DATA_DIRECTORY& table = directory(IMAGE_DIRECTORY_ENTRY_EXCEPTION);
-        const auto* function = at<RUNTIME_FUNCTION>(table.VirtualAddress);
-        for (DWORD left = table.Size / sizeof *function; left > 0; --left, ++function) {
-            FARPROC found = handlerNamedIn(function->UnwindData);
+            if (from->OriginalFirstThunk == 0 || !importsOfRuntime(from->OriginalFirstThunk))
+                continue;
+            FARPROC found = GetProcAddress(GetModuleHandleA(at<char>(from->Name)), kHandler);
             if (found != nullptr)
                 return found;
         }
         return nullptr;
     }
 
+    // Whether one of the names is of the function that throws or of a handler. Handlers of newer kinds may come from a
+    // library of their own.
+    bool importsOfRuntime(DWORD names) const {
+        constexpr char anyHandler[] = "__CxxFrameHandler";
+        for (const auto* entry = at<IMAGE_THUNK_DATA>(names); entry->u1.AddressOfData != 0; ++entry) {
+            if (IMAGE_SNAP_BY_ORDINAL(entry->u1.Ordinal))
+                continue;
+            const char* name = at<IMAGE_IMPORT_BY_NAME>(static_cast<DWORD>(entry->u1.AddressOfData))->Name;
+            if (std::strcmp(name, "_CxxThrowException") == 0 ||
+                std::strncmp(name, anyHandler, sizeof anyHandler - 1) == 0)
+                return true;
+        }
+        return false;
+    }
+
+    // For a library that its run-time library is a part of: the handler that most of its frames name. A few may name
+    // one that also checks the frame's stack cookie, of which our frames have no description.
+    FARPROC handlerOfOwnFrames() const {
+        const IMAGE_DATA_DIRECTORY& table = directory(IMAGE_DIRECTORY_ENTRY_EXCEPTION);
+        std::map<DWORD, std::size_t> frames;
+        const auto* function = at<RUNTIME_FUNCTION>(table.VirtualAddress);
+        for (DWORD left = table.Size / sizeof *function; left > 0; --left, ++function) {
+            const DWORD named = handlerNamedIn(function->UnwindData);
+            if (named != 0)
+                ++frames[named];
+        }
+        const auto most = std::max_element(frames.begin(), frames.end(),
+                                           [](const auto& a, const auto& b) { return a.second < b.second; });
+        return most == frames.end()
+                   ? nullptr
+                   : reinterpret_cast<FARPROC>(reinterpret_cast<std::uintptr_t>(at<char>(most->first)));
+    }
+
     // A description of how a frame is undone: version and flags, three more bytes, of which the second counts the steps
     // of two bytes that follow in pairs, and then a handler and what it needs. What ours needs begins with a number of
     // its own.
-    FARPROC handlerNamedIn(DWORD description) const {
+    DWORD handlerNamedIn(DWORD description) const {
         constexpr DWORD number = 0x19930520, lastNumber = 0x19930522;
         constexpr unsigned char hasHandler = 3 << 3, isChained = 4 << 3;
         if (!isWithin(description, 4) || description % 4 != 0)
-            return nullptr;
+            return 0;
         const auto* bytes = at<unsigned char>(description);
         if ((bytes[0] & hasHandler) == 0 || (bytes[0] & isChained) != 0)
-            return nullptr;
+            return 0;
         const DWORD handler = description + 4 + (bytes[2] + 1u) / 2 * 4;
         if (!isWithin(handler, 8))
-            return nullptr;
+            return 0;
         const DWORD needs = at<DWORD>(handler)[1];
         if (!isWithin(needs, 4) || *at<DWORD>(needs) < number || *at<DWORD>(needs) > lastNumber)
-            return nullptr;
-        return reinterpret_cast<FARPROC>(reinterpret_cast<std::uintptr_t>(base_ + *at<DWORD>(handler)));
+            return 0;
+        return *at<DWORD>(handler);
     }
 
     bool isWithin(DWORD offset, DWORD size) const { return offset <= header_.OptionalHeader.SizeOfImage - size; }
@@ -99,25 +107,36 @@ private:
     const IMAGE_NT_HEADERS& header_;
 };
 
-FARPROC handlerFor(const char* library) {
-    FARPROC handler = Image(GetModuleHandleA(library)).handler();
+using Handler = EXCEPTION_DISPOSITION (*)(EXCEPTION_RECORD*, void*, CONTEXT*, void*);
+
+Handler find(const char* library) {
+    FARPROC handler = frameHandlerOf(GetModuleHandleA(library));
     // Where the library does not show any, as one whose functions all name a newer kind.
     for (const char* runtime : {"vcruntime140.dll", "msvcrt.dll"}) {
-        if (handler != nullptr)
-            break;
-        HMODULE loaded = LoadLibraryA(runtime);
-        if (loaded != nullptr)
-            handler = GetProcAddress(loaded, kHandler);
+        if (handler == nullptr)
+            handler = GetProcAddress(LoadLibraryExA(runtime, nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32), kHandler);
     }
-    return handler;
+    if (handler == nullptr)
+        std::abort();
+    return reinterpret_cast<Handler>(handler);
 }
 
-// While the module is loaded, after the libraries have been.
-const struct Choice {
-    Choice() {
-        brivon_frameHandlers[0] = handlerFor("BrivonMessage5.dll");
-        brivon_frameHandlers[1] = handlerFor("BrivonControl.dll");
-    }
-} choice;
-
 } // namespace
+
+FARPROC frameHandlerOf(HMODULE library) {
+    return Image(library).handler();
+}
+
+// The handlers that the guards name. Threads of the libraries and of the module; the first exception on each finds out.
+extern "C" {
+EXCEPTION_DISPOSITION frameHandlerOfBrivonMessage5(EXCEPTION_RECORD* exception, void* frame, CONTEXT* context,
+                                                   void* dispatcher) {
+    static const Handler handler = find("BrivonMessage5.dll");
+    return handler(exception, frame, context, dispatcher);
+}
+EXCEPTION_DISPOSITION frameHandlerOfBrivonControl(EXCEPTION_RECORD* exception, void* frame, CONTEXT* context,
+                                                  void* dispatcher) {
+    static const Handler handler = find("BrivonControl.dll");
+    return handler(exception, frame, context, dispatcher);
+}
+}

@@ -8,7 +8,15 @@ const fs = require('node:fs');
 const path = require('node:path');
 const { test } = require('node:test');
 
-const { buildDirectory, CallLog, collectUntil, endedAbnormally, root, runScript } = require('../support/support');
+const {
+    buildDirectory,
+    CallLog,
+    collectUntil,
+    endedAbnormally,
+    root,
+    runScript,
+    temporaryFolder,
+} = require('../support/support');
 
 const variant = process.env.VENDOR ?? 'within';
 const folder = path.join(buildDirectory, 'test', 'vendor', variant);
@@ -165,6 +173,32 @@ test('the endpoints callback throws back into the vendor, in the vendor’s way'
     }
     vendor.order(messaging, 'throw - -');
     nothingThrown(messaging);
+});
+
+// Where the plain handler is in real libraries of the Microsoft compiler, by disassembly: the other one that they name
+// for the same data reads on behind it, to check a stack cookie. Only read, never run.
+const addons = path.join(root, 'build', 'wine', 'node', 'node_modules');
+const plainHandlers = {
+    '@parcel/watcher-win32-x64/watcher.node': 0x320d0,
+    '@serialport/bindings-cpp/prebuilds/win32-x64/@serialport+bindings-cpp.node': 0xf918,
+    'bufferutil/prebuilds/win32-x64/bufferutil.node': 0x31c0,
+    'classic-level/prebuilds/win32-x64/classic-level.node': 0x3c1e4,
+    'node-hid/prebuilds/HID-win32-x64/node-napi-v4.node': 0x231e0,
+};
+const installed = { skip: !fs.existsSync(addons) && 'no libraries are installed here' };
+test('of a real library with its run-time library within, the plain handler is taken', installed, () => {
+    for (const [file, handler] of Object.entries(plainHandlers))
+        assert.equal(vendor.frameHandler(path.join(addons, file)), handler, file);
+});
+
+test('a run-time library is found by any name that is imported from it', (t) => {
+    const library = fs.readFileSync(path.join(root, 'node_modules', '7zip', '7zip-lite', '7z.dll'), 'latin1');
+    const changed = path.join(temporaryFolder(t), 'changed.dll');
+    for (const name of ['_CxxThrowException', '__CxxFrameHandler3', '__CxxFrameHandler4']) {
+        const other = library.replace('__CxxFrameHandler\0', '__CxxFrameNothing\0').replace('_CxxThrowException', name);
+        fs.writeFileSync(changed, other, 'latin1');
+        assert.equal(vendor.frameHandler(changed), 'msvcrt.dll', name);
+    }
 });
 
 // A program of its own on the same libraries.

@@ -1,10 +1,11 @@
 // Calls the classes of the bridge as the module does, and the plain functions of the second vendor's libraries.
 #include "BrivonControl.h"
 #include "brivonadapter_readers.h"
+#include "module/frame_handlers.h"
 
 #include <napi.h>
-#include <windows.h>
 
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <string>
@@ -151,6 +152,20 @@ Napi::Value report(const Napi::CallbackInfo& info) {
     return Napi::String::New(info.Env(), functionOf<const char* (*)()>(info, "vendor_report")());
 }
 
+// Where the bridge finds the handler of a library, which is mapped as data: in "msvcrt.dll", or how far from the
+// library's beginning.
+Napi::Value frameHandler(const Napi::CallbackInfo& info) {
+    HMODULE file =
+        LoadLibraryExA(info[0].As<Napi::String>().Utf8Value().c_str(), nullptr, LOAD_LIBRARY_AS_IMAGE_RESOURCE);
+    constexpr std::uintptr_t marks = 3; // of how it was loaded, in its lowest bits
+    const std::uintptr_t image = reinterpret_cast<std::uintptr_t>(file) & ~marks;
+    FARPROC handler = frameHandlerOf(reinterpret_cast<HMODULE>(image));
+    FreeLibrary(file);
+    if (handler == GetProcAddress(GetModuleHandleA("msvcrt.dll"), "__CxxFrameHandler3"))
+        return Napi::String::New(info.Env(), "msvcrt.dll");
+    return Napi::Number::New(info.Env(), static_cast<double>(reinterpret_cast<std::uintptr_t>(handler) - image));
+}
+
 // The host tells msvcrt.dll that it is a desktop program.
 void becomeDesktop(const Napi::CallbackInfo&) {
     constexpr int desktop = 2;
@@ -159,6 +174,7 @@ void becomeDesktop(const Napi::CallbackInfo&) {
 
 Napi::Object init(Napi::Env env, Napi::Object exports) {
     exports.Set("becomeDesktop", Napi::Function::New(env, becomeDesktop));
+    exports.Set("frameHandler", Napi::Function::New(env, frameHandler));
     exports.Set("attempt", Napi::Function::New(env, attempt));
     exports.Set("names", Napi::Function::New(env, names));
     exports.Set("destinations", Napi::Function::New(env, destinations));
