@@ -11,29 +11,10 @@ SharedEndPoint* sharedIn(void* fields) {
     return static_cast<SharedEndPoint*>(fields);
 }
 
-// Stands behind every endpoint that is as it was constructed. Never changed.
-const void* emptyEndPoint() {
-    static SharedEndPoint* only = nullptr;
-    SharedEndPoint* known = __atomic_load_n(&only, __ATOMIC_ACQUIRE);
-    if (known != nullptr)
-        return known->object;
-    SharedEndPoint* made = makeEndPoint(brivon_EndPoint_construct);
-    if (__atomic_compare_exchange_n(&only, &known, made, false, __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE))
-        return made->object;
-    releaseEndPoint(made);
-    return known->object;
-}
-
 // The library's object behind an endpoint; a derived class may name the protected pointer of any object of its base.
 struct OpenEndPoint : EndPoint {
     static void*& in(EndPoint& endPoint) { return endPoint.*(&OpenEndPoint::fields_); }
-    static const void* of(const EndPoint& endPoint) {
-        const SharedEndPoint* shared = sharedIn(endPoint.*(&OpenEndPoint::fields_));
-        return shared != nullptr ? shared->object : emptyEndPoint();
-    }
-    static bool isSame(const EndPoint& one, const EndPoint& other) {
-        return one.*(&OpenEndPoint::fields_) == other.*(&OpenEndPoint::fields_);
-    }
+    static const void* of(const EndPoint& endPoint) { return sharedIn(endPoint.*(&OpenEndPoint::fields_))->object(); }
 };
 
 struct OpenMessage : SuiteMessage {
@@ -50,8 +31,27 @@ size_t sizeOf(BrivonText text, const void* object) {
 template <typename Make>
 EndPoint answered(Make make) {
     EndPoint endPoint;
-    OpenEndPoint::in(endPoint) = makeEndPoint(make);
+    SharedEndPoint* made = makeEndPoint(make);
+    releaseEndPoint(sharedIn(OpenEndPoint::in(endPoint)));
+    OpenEndPoint::in(endPoint) = made;
     return endPoint;
+}
+
+// What every endpoint begins with.
+SharedEndPoint* blankEndPoint() {
+    static SharedEndPoint* const blank = makeEndPoint(brivon_EndPoint_construct);
+    return blank;
+}
+
+// The object of an endpoint that is to change, which no other endpoint shares from now on. It then changes in place:
+// programs read their own endpoint meanwhile.
+void* ownObject(void*& fields) {
+    SharedEndPoint* shared = sharedIn(fields);
+    if (!isSoleUser(shared)) {
+        fields = copyEndPoint(shared->object());
+        releaseEndPoint(shared);
+    }
+    return sharedIn(fields)->object();
 }
 
 } // namespace
@@ -59,50 +59,20 @@ EndPoint answered(Make make) {
 // ---- Endpoints
 
 EndPoint::EndPoint()
-    : fields_(nullptr) {}
+    : fields_(useEndPoint(blankEndPoint())) {}
 EndPoint::EndPoint(const EndPoint& other)
-    : fields_(other.fields_ == nullptr ? nullptr : useEndPoint(sharedIn(other.fields_))) {}
-// One that nobody shares is assigned by the library, in its place, and one that was blank shares nobody's: programs
-// read their own endpoint meanwhile.
+    : fields_(useEndPoint(sharedIn(other.fields_))) {}
 EndPoint& EndPoint::operator=(const EndPoint& other) {
-    SharedEndPoint* own = sharedIn(fields_);
-    if (own == other.fields_)
-        return *this;
-    if (own != nullptr && isSoleUser(own)) {
-        check(brivon_EndPoint_assign(own->object, OpenEndPoint::of(other)));
-        return *this;
-    }
-    if (own == nullptr) {
-        fields_ = copyEndPoint(OpenEndPoint::of(other));
-        return *this;
-    }
-    fields_ = other.fields_ == nullptr ? nullptr : useEndPoint(sharedIn(other.fields_));
-    releaseEndPoint(own);
+    if (fields_ != other.fields_)
+        check(brivon_EndPoint_assign(ownObject(fields_), OpenEndPoint::of(other)));
     return *this;
 }
 EndPoint::~EndPoint() {
-    if (fields_ != nullptr)
-        releaseEndPoint(sharedIn(fields_));
+    releaseEndPoint(sharedIn(fields_));
 }
-
-namespace {
-
-// Changes what no other endpoint sees.
-void setText(BrivonText text, void*& fields, const char* value) {
-    SharedEndPoint* own = sharedIn(fields);
-    if (own == nullptr) {
-        fields = makeEndPoint(brivon_EndPoint_construct);
-    } else if (!isSoleUser(own)) {
-        fields = copyEndPoint(own->object);
-        releaseEndPoint(own);
-    }
-    check(brivon_setText(text, sharedIn(fields)->object, value));
-}
-
-} // namespace
 
 void EndPoint::SetId(const char* id) {
-    setText(kEndPointId, fields_, id);
+    check(brivon_setText(kEndPointId, ownObject(fields_), id));
 }
 size_t EndPoint::GetIdSize() const {
     return sizeOf(kEndPointId, OpenEndPoint::of(*this));
@@ -112,7 +82,7 @@ void EndPoint::GetId(char* id) const {
 }
 
 void EndPoint::SetAppId(const char* appId) {
-    setText(kEndPointAppId, fields_, appId);
+    check(brivon_setText(kEndPointAppId, ownObject(fields_), appId));
 }
 size_t EndPoint::GetAppIdSize() const {
     return sizeOf(kEndPointAppId, OpenEndPoint::of(*this));
@@ -122,7 +92,7 @@ void EndPoint::GetAppId(char* appId) const {
 }
 
 void EndPoint::SetAppVersion(const char* appVersion) {
-    setText(kEndPointAppVersion, fields_, appVersion);
+    check(brivon_setText(kEndPointAppVersion, ownObject(fields_), appVersion));
 }
 size_t EndPoint::GetAppVersionSize() const {
     return sizeOf(kEndPointAppVersion, OpenEndPoint::of(*this));
@@ -176,70 +146,16 @@ EndPoint SuiteMessage::GetSource() const {
     return answered([this](void* room) { return brivon_SuiteMessage_GetSource(fields_, room); });
 }
 
-namespace {
-
-// Those of a message to several: as they are on this side, shared, and as the library takes them, beside each other.
-class Destinations {
-public:
-    explicit Destinations(size_t count)
-        : shared_(count * sizeof(EndPoint))
-        , array_(count) {}
-    ~Destinations() {
-        while (count_ > 0)
-            shared()[--count_].~EndPoint();
-    }
-    Destinations(const Destinations&) = delete;
-    Destinations& operator=(const Destinations&) = delete;
-    static void* operator new(size_t size) { return Room(size).release(); }
-    static void operator delete(void* memory) { free(memory); }
-
-    void fill(const EndPoint* endPoints, size_t count) {
-        const Room others(count * sizeof(void*));
-        auto* objects = static_cast<const void**>(others.get());
-        for (; count_ < count; ++count_) {
-            ::new (shared() + count_) EndPoint(endPoints[count_]);
-            objects[count_] = OpenEndPoint::of(shared()[count_]);
-        }
-        array_.make(objects);
-    }
-    // What is shared never changes, so that the library's copies are still the same.
-    bool areThose(const EndPoint* endPoints, size_t count) const {
-        bool areSame = count == count_ && array_.hasCertainDistance();
-        for (size_t i = 0; areSame && i < count; ++i)
-            areSame = OpenEndPoint::isSame(endPoints[i], shared()[i]);
-        return areSame;
-    }
-    const void* array() const { return array_.at(0); }
-
-private:
-    EndPoint* shared() const { return static_cast<EndPoint*>(shared_.get()); }
-
-    Room shared_;
-    EndPointArray array_;
-    size_t count_ = 0;
-};
-
-// Of the latest message. The next one mostly goes to the same, and nothing is copied for it.
-Destinations* latestDestinations = nullptr;
-
-} // namespace
-
 void SuiteMessage::SetDestinations(const EndPoint* destinations, size_t count) {
     if (count == 1)
         return check(brivon_SuiteMessage_SetDestinations(fields_, OpenEndPoint::of(*destinations), 1));
-    struct Owner {
-        Destinations* owned;
-        ~Owner() { delete owned; }
-    } latest{__atomic_exchange_n(&latestDestinations, nullptr, __ATOMIC_ACQUIRE)};
-    if (latest.owned == nullptr || !latest.owned->areThose(destinations, count)) {
-        delete latest.owned;
-        latest.owned = nullptr;
-        latest.owned = new Destinations(count);
-        latest.owned->fill(destinations, count);
-    }
-    check(brivon_SuiteMessage_SetDestinations(fields_, latest.owned->array(), count));
-    // Another thread may have left its own meanwhile.
-    latest.owned = __atomic_exchange_n(&latestDestinations, latest.owned, __ATOMIC_ACQ_REL);
+    const Room room(count * sizeof(void*));
+    auto* objects = static_cast<const void**>(room.get());
+    for (size_t i = 0; i < count; ++i)
+        objects[i] = OpenEndPoint::of(destinations[i]);
+    EndPointArray array(count);
+    array.make(objects);
+    check(brivon_SuiteMessage_SetDestinations(fields_, array.at(0), count));
 }
 size_t SuiteMessage::GetDestinationCount() const {
     size_t count = 0;
@@ -251,11 +167,8 @@ void SuiteMessage::GetDestinations(EndPoint* destinations) const {
     EndPointArray array(count);
     array.make(nullptr);
     check(brivon_SuiteMessage_GetDestinations(fields_, array.at(0)));
-    for (size_t i = 0; i < count; ++i) {
-        EndPoint destination;
-        OpenEndPoint::in(destination) = copyEndPoint(array.at(i));
-        destinations[i] = destination;
-    }
+    for (size_t i = 0; i < count; ++i)
+        check(brivon_EndPoint_assign(ownObject(OpenEndPoint::in(destinations[i])), array.at(i)));
 }
 
 void SuiteMessage::SetPayload(const char* payload) {
@@ -345,22 +258,31 @@ Registry<CallbackEntry> callbacks;
 
 // ---- Dispatcher
 
-// The library's endpoints as this side has them: the elements look into the library's array and own nothing. Behind
-// this there are as many elements, and then what they look with.
+// A list of the library's and, behind this, copies of its endpoints, which later copies share.
 struct EndPointList {
     void* array;
-    void* unused; // keeps the elements where they may be
+    size_t count;
     EndPoint* elements() { return reinterpret_cast<EndPoint*>(this + 1); }
+    ~EndPointList() {
+        while (count > 0)
+            elements()[--count].~EndPoint();
+    }
+
     static EndPointList* of(EndPoint* elements) { return reinterpret_cast<EndPointList*>(elements) - 1; }
     static EndPointList* make(void* array, size_t count) {
-        const size_t distance = endPointDistance();
-        Room room(sizeof(EndPointList) + count * (sizeof(EndPoint) + sizeof(SharedEndPoint)));
-        auto* list = ::new (room.release()) EndPointList{array, nullptr};
-        auto* shared = reinterpret_cast<SharedEndPoint*>(list->elements() + count);
-        for (size_t i = 0; i < count; ++i) {
-            shared[i] = {0, static_cast<char*>(array) + i * distance};
-            OpenEndPoint::in(*::new (list->elements() + i) EndPoint) = &shared[i];
+        Room memory(sizeof(EndPointList) + count * sizeof(EndPoint));
+        auto* list = ::new (memory.get()) EndPointList{array, 0};
+        try {
+            for (; list->count < count; ++list->count) {
+                const void* object = static_cast<char*>(array) + list->count * endPointDistance();
+                ::new (list->elements() + list->count)
+                    EndPoint(answered([=](void* room) { return brivon_EndPoint_copy(room, object); }));
+            }
+        } catch (...) {
+            list->~EndPointList();
+            throw;
         }
+        memory.release();
         return list;
     }
 };
@@ -431,6 +353,7 @@ public:
             return;
         EndPointList* list = EndPointList::of(endPoints);
         void* array = list->array;
+        list->~EndPointList();
         free(list);
         check(brivon_Dispatcher_ReleaseEndPoints(library_, array));
     }

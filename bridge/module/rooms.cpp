@@ -9,9 +9,6 @@ constexpr size_t kSpare = 256; // for what nothing has been seen to write
 size_t usedSize = 0;
 size_t knownDistance = 0;
 
-// The latest room of a SharedEndPoint that has become free: most of them are only needed for a call.
-void* spareRoom = nullptr;
-
 size_t load(const size_t& value) {
     return __atomic_load_n(&value, __ATOMIC_RELAXED);
 }
@@ -91,8 +88,7 @@ void* Room::release() {
 }
 
 Room endPointRoom() {
-    void* spare = __atomic_exchange_n(&spareRoom, nullptr, __ATOMIC_ACQUIRE);
-    return spare != nullptr ? Room(spare) : Room(sizeof(SharedEndPoint) + endPointSize() + kSpare);
+    return Room(sizeof(SharedEndPoint) + endPointSize() + kSpare);
 }
 
 SharedEndPoint* copyEndPoint(const void* object) {
@@ -100,8 +96,8 @@ SharedEndPoint* copyEndPoint(const void* object) {
 }
 
 void destroyEndPoint(SharedEndPoint* shared) {
-    forget(brivon_EndPoint_destroy(shared->object));
-    free(__atomic_exchange_n(&spareRoom, static_cast<void*>(shared), __ATOMIC_ACQ_REL));
+    forget(brivon_EndPoint_destroy(shared->object()));
+    free(shared);
 }
 
 bool isSoleUser(const SharedEndPoint* shared) {
@@ -136,10 +132,6 @@ EndPointArray::EndPointArray(size_t count)
 
 EndPointArray::~EndPointArray() {
     forget(brivon_EndPoints_destroy(room_.get(), distance_, made_));
-}
-
-bool EndPointArray::hasCertainDistance() const {
-    return distance_ == load(knownDistance);
 }
 
 void EndPointArray::make(const void* const* others) {

@@ -25,14 +25,15 @@ private:
 // Far more than a message can need, whose fields are texts and lists kept elsewhere.
 constexpr size_t kMessageRoom = 4096;
 
-// An endpoint of the library's, with the number of those on our side that share it. A program copies endpoints much
-// more often than it changes them, and each copy of the library's costs some calls and some memory.
-struct SharedEndPoint {
-    unsigned users; // 0: the object is a part of something of the library's, and is copied rather than shared
-    void* object;
+// An endpoint of the library's, in one piece of memory with the number of those on our side that share it. If every
+// copy were one of the library's, a send to 1, 10 and 200 endpoints would take 1.2, 1.6 and 3.7 times as long.
+struct alignas(16) SharedEndPoint {
+    size_t users;
+
+    void* object() { return this + 1; }
 };
 
-// Made in a room of its own by the given function; releaseEndPoint() ends each use.
+// Made by the given function; releaseEndPoint() ends each use.
 template <typename Make>
 SharedEndPoint* makeEndPoint(Make make);
 SharedEndPoint* copyEndPoint(const void* object);
@@ -41,8 +42,6 @@ bool isSoleUser(const SharedEndPoint* shared);
 
 // A message to many endpoints is hardly more than these two.
 inline SharedEndPoint* useEndPoint(SharedEndPoint* shared) {
-    if (__atomic_load_n(&shared->users, __ATOMIC_RELAXED) == 0)
-        return copyEndPoint(shared->object);
     __atomic_fetch_add(&shared->users, 1, __ATOMIC_RELAXED);
     return shared;
 }
@@ -70,8 +69,6 @@ public:
 
     // Makes them all: copies of as many others, or new ones when there are none.
     void make(const void* const* others);
-    // Whether they lie as any array of the library's does.
-    bool hasCertainDistance() const;
     void* at(size_t index) const { return static_cast<char*>(room_.get()) + index * distance_; }
 
 private:
@@ -85,8 +82,8 @@ template <typename Make>
 SharedEndPoint* makeEndPoint(Make make) {
     Room room = endPointRoom();
     auto* shared = static_cast<SharedEndPoint*>(room.get());
-    *shared = {1, shared + 1};
-    check(make(shared->object));
+    shared->users = 1;
+    check(make(shared->object()));
     room.release();
     return shared;
 }

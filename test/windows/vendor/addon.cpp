@@ -38,7 +38,12 @@ const Calls& callsOf(const Napi::CallbackInfo& info) {
     static const std::map<std::string, Calls> all = {
         {"BrivonMessage5.dll",
          {
-             {"EndPoint", [] { EndPoint().SetId("1"); }},
+             {"EndPoint",
+              [] {
+                  SuiteMessage sent("t");
+                  sent.SetDestinations(two, 2);
+                  sent.GetDestinations(two);
+              }},
              {"EndPoint-copy", [] { EndPoint(one).SetId("copy"); }},
              {"EndPoint-assign", [] { one = other; }},
              {"SetId", [] { one.SetId("1"); }},
