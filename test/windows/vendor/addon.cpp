@@ -1,146 +1,33 @@
 // Calls the classes of the bridge as the module does, and the plain functions of the second vendor's libraries.
-#include "BrivonControl.h"
-#include "brivonadapter_readers.h"
+#include "calls.h"
 #include "module/frame_handlers.h"
 
 #include <napi.h>
 
 #include <cstdint>
-#include <functional>
-#include <map>
-#include <string>
-
-using namespace kesta::brivon::api5;
 
 namespace {
 
-struct Listener final : IBrivonMessageListener {
-    void Receive(const BrivonMessage&) override {}
-} listener;
-
-void onEndPoints(void*) {}
-
-IBrivonMessageDispatcher* dispatcher = nullptr;
-IBrivonController* controller = nullptr;
-EndPoint one, other, two[2];
-
-using Calls = std::map<std::string, std::function<void()>>;
-
-// Every function of a library, by the name under which the vendor notes it.
-const Calls& callsOf(const Napi::CallbackInfo& info) {
-    static char text[4096];
-    static char* path = nullptr;
-    static char** list = nullptr;
-    static EndPoint* endPoints = nullptr;
-    static std::size_t count = 0;
-    static const char* attributes[] = {"name", "value", nullptr};
-    static const auto& message = *new SuiteMessage("brivon.SuiteMessage.t");
-    static const std::map<std::string, Calls> all = {
-        {"BrivonMessage5.dll",
-         {
-             {"EndPoint",
-              [] {
-                  SuiteMessage sent("t");
-                  sent.SetDestinations(two, 2);
-                  sent.GetDestinations(two);
-              }},
-             {"EndPoint-copy", [] { EndPoint(one).SetId("copy"); }},
-             {"EndPoint-assign", [] { one = other; }},
-             {"SetId", [] { one.SetId("1"); }},
-             {"GetId", [] { one.GetId(text); }},
-             {"SuiteMessage", [] { SuiteMessage made("t"); }},
-             {"GetTypeSize", [] { message.GetTypeSize(); }},
-             {"SetSource", [] { SuiteMessage("t").SetSource(one); }},
-             {"GetSource", [] { message.GetSource(); }},
-             {"SetPayload", [] { SuiteMessage("t").SetPayload(""); }},
-             {"SetDestinations", [] { SuiteMessage("t").SetDestinations(two, 2); }},
-             {"GetDestinationCount", [] { message.GetDestinationCount(); }},
-             {"GetDestinations", [] { message.GetDestinations(nullptr); }},
-             {"SetConfig", [] { IBrivonMessageDispatcher::SetConfig("", ""); }},
-             {"GetInstance", [] { IBrivonMessageDispatcher::GetInstance(&dispatcher); }},
-             {"ReleaseInstance", [] { IBrivonMessageDispatcher::ReleaseInstance(); }},
-             {"Send", [] { dispatcher->Send(message); }},
-             {"Listener", [] { dispatcher->AddMessageListener(new Listener); }},
-             {"AddMessageListener", [] { dispatcher->AddMessageListener(&listener); }},
-             {"RemoveMessageListener", [] { dispatcher->RemoveMessageListener(&listener); }},
-             {"AddErrorListener", [] { dispatcher->AddErrorListener(&listener); }},
-             {"RemoveErrorListener", [] { dispatcher->RemoveErrorListener(&listener); }},
-             {"RegisterEndPointsCallback", [] { dispatcher->RegisterEndPointsCallback(onEndPoints, text); }},
-             {"UnregisterEndPointsCallback", [] { dispatcher->UnregisterEndPointsCallback(onEndPoints, text); }},
-             {"RefreshEndPoints", [] { dispatcher->RefreshEndPoints(); }},
-             {"IsRefreshing", [] { dispatcher->IsRefreshing(); }},
-             {"GetSelfEndPoint", [] { dispatcher->GetSelfEndPoint(); }},
-             {"IsReady", [] { dispatcher->IsReady(); }},
-             {"GetEndPoints", [] { dispatcher->GetEndPoints(&endPoints, &count); }},
-             {"ReleaseEndPoints",
-              [] {
-                  dispatcher->GetEndPoints(&endPoints, &count);
-                  dispatcher->ReleaseEndPoints(endPoints);
-              }},
-         }},
-        {"BrivonControl.dll",
-         {
-             {"GetInstance", [] { IBrivonController::GetInstance(&controller); }},
-             {"ReleaseInstance", [] { IBrivonController::ReleaseInstance(); }},
-             {"SetConfig", [] { IBrivonController::SetConfig("", ""); }},
-             {"SetConfigEx", [] { IBrivonController::SetConfigEx(attributes); }},
-             {"LaunchApp", [] { controller->LaunchApp("a", true, ""); }},
-             {"IsAppInstalled", [] { controller->IsAppInstalled("a"); }},
-             {"IsAppRunning", [] { controller->IsAppRunning("a"); }},
-             {"IsAppRunningByName", [] { controller->IsAppRunningByName("a"); }},
-             {"GetAppPath", [] { controller->GetAppPath("a", &path); }},
-             {"ReleaseAppPath",
-              [] {
-                  controller->GetAppPath("a", &path);
-                  controller->ReleaseAppPath(path);
-              }},
-             {"GetSpecifiers", [] { controller->GetSpecifiers(&list, &count); }},
-             {"ReleaseSpecifiers",
-              [] {
-                  controller->GetSpecifiers(&list, &count);
-                  controller->ReleaseSpecifiers(list, count);
-              }},
-             {"GetProcessId", [] { controller->GetProcessId("a"); }},
-         }},
-    };
-    return all.at(info[0].As<Napi::String>());
-}
-
-// What a call of the contract throws.
 Napi::Value attempt(const Napi::CallbackInfo& info) {
-    std::string thrown = "nothing";
-    try {
-        callsOf(info).at(info[1].As<Napi::String>())();
-    } catch (const std::exception& exception) {
-        thrown = exception.what();
-    } catch (...) {
-        thrown = "something";
-    }
-    return Napi::String::New(info.Env(), thrown);
+    return Napi::String::New(info.Env(), ::attempt(info[0].As<Napi::String>(), info[1].As<Napi::String>()));
 }
 
-Napi::Value names(const Napi::CallbackInfo& info) {
-    IBrivonMessageDispatcher::GetInstance(&dispatcher);
-    IBrivonController::GetInstance(&controller);
-    one.SetId("one");
-    other.SetId("other");
-    const Napi::Array array = Napi::Array::New(info.Env());
-    for (const auto& [name, call] : callsOf(info))
-        array.Set(array.Length(), name);
+Napi::Array toJavaScript(Napi::Env env, const std::vector<std::string>& texts) {
+    const Napi::Array array = Napi::Array::New(env);
+    for (const std::string& text : texts)
+        array.Set(array.Length(), text);
     return array;
 }
 
-// The ids of that many destinations of one message.
+Napi::Value names(const Napi::CallbackInfo& info) {
+    std::vector<std::string> names;
+    for (const auto& [name, call] : callsOf(info[0].As<Napi::String>()))
+        names.push_back(name);
+    return toJavaScript(info.Env(), names);
+}
+
 Napi::Value destinations(const Napi::CallbackInfo& info) {
-    std::vector<EndPoint> list(info[0].As<Napi::Number>().Uint32Value());
-    for (std::size_t i = 0; i < list.size(); ++i)
-        list[i].SetId(std::to_string(i).c_str());
-    SuiteMessage message("t");
-    message.SetDestinations(list.data(), list.size());
-    const Napi::Array ids = Napi::Array::New(info.Env());
-    for (const EndPoint& endPoint : readDestinations(message))
-        ids.Set(ids.Length(), readId(endPoint));
-    return ids;
+    return toJavaScript(info.Env(), ::destinations(info[0].As<Napi::Number>().Uint32Value()));
 }
 
 template <typename Function>

@@ -18,12 +18,20 @@ public:
     OPERATION(bool, IsAppRunningByName, (const char* name) override, return name[0] != '\0';)
     OPERATION(void, GetAppPath, (const char* targetSpecifier, char** path) override,
               if (targetSpecifier[0] != '\0') * path = copyText(targetSpecifier);)
-    OPERATION(void, ReleaseAppPath, (char* path) override, freeText(path);)
+    void ReleaseAppPath(char* path) override {
+        freeText(path);
+        const Call call("ReleaseAppPath");
+    }
     OPERATION(
         void, GetSpecifiers, (char*** list, size_t* count) override, ++lists;
         *list = new char* [*count = 2] { copyText("first"), copyText("second") };)
-    OPERATION(void, ReleaseSpecifiers, (char** list, size_t count) override, --lists;
-              while (count > 0) freeText(list[--count]); delete[] list;)
+    void ReleaseSpecifiers(char** list, size_t count) override {
+        --lists;
+        while (count > 0)
+            freeText(list[--count]);
+        delete[] list;
+        const Call call("ReleaseSpecifiers");
+    }
     OPERATION(int32_t, GetProcessId, (const char*) override, return -7;)
 } controller;
 

@@ -1,6 +1,6 @@
-// The second vendor's messaging library, made from the contract alone. An endpoint is larger than the contract shows,
-// keeps its texts in memory that setters allocate, and has members that only a setter writes; every use of one that is
-// no endpoint ends the process. Its orders:
+// The second vendor's messaging library, made from the contract alone. An endpoint may be larger than the contract
+// shows, keeps its texts in memory that setters allocate, and has a last member that only a setter writes; every use of
+// one that is no endpoint ends the process. Its orders:
 //   "answer ENDPOINTS NOTYET NOTREADY REFRESHING"  how many are listed, and how often it is each of the others
 //   "deliver COUNT TYPE PAYLOAD"                   has a thread hand messages to the listeners
 #include "BrivonMessage5.h"
@@ -12,15 +12,15 @@ namespace {
 constexpr size_t kCanary = 0x123456789ABCDEF0;
 
 struct Fields {
-    explicit Fields(char* itsType)
-        : type(itsType) {}
+    explicit Fields(const char* itsType)
+        : type(copyText(itsType)) {}
     ~Fields() {
         freeText(type);
         freeText(payload);
         delete[] destinations;
     }
-    char *type = nullptr, *payload = nullptr;
     EndPoint source;
+    char *type, *payload = nullptr;
     EndPoint* destinations = nullptr;
     size_t count = 0;
 };
@@ -45,9 +45,16 @@ void copy(const EndPoint* from, size_t count, EndPoint* to) {
         to[i] = from[i];
 }
 
-void verify(size_t canary) {
-    if (canary != kCanary)
+struct Texts {
+    char* text[3] = {};
+    size_t canary = kCanary;
+};
+
+Texts& textsOf(void* fields) {
+    Texts& texts = *static_cast<Texts*>(fields);
+    if (texts.canary != kCanary)
         __builtin_trap();
+    return texts;
 }
 
 size_t endpoints = 0;
@@ -56,40 +63,38 @@ long notYet = 0, notReady = 0, refreshing = 0;
 } // namespace
 
 #define ENDPOINT_TEXT(Name, index)                                                                                     \
-    OPERATION(void, EndPoint::Set##Name, (const char* text), verify(canary_);                                          \
-              texts_[index] = replace(texts_[index], text); late_[1] = static_cast<size_t>(texts_[index][0]);)         \
-    OPERATION(size_t, EndPoint::Get##Name##Size, () const, verify(canary_); return sizeOf(texts_[index]);)             \
-    OPERATION(void, EndPoint::Get##Name, (char* to) const, write(texts_[index], to);)
+    OPERATION(void, EndPoint::Set##Name, (const char* text), char*& own = textsOf(fields_).text[index];                \
+              own = replace(own, text); late_[sizeof late_ / sizeof *late_ - 1] = static_cast<size_t>(own[0]);)        \
+    OPERATION(size_t, EndPoint::Get##Name##Size, () const, return sizeOf(textsOf(fields_).text[index]);)               \
+    OPERATION(void, EndPoint::Get##Name, (char* to) const, write(textsOf(fields_).text[index], to);)
 ENDPOINT_TEXT(Id, 0)
 ENDPOINT_TEXT(AppId, 1)
 ENDPOINT_TEXT(AppVersion, 2)
 
-EndPoint::EndPoint()
-    : texts_{}
-    , canary_(kCanary) {
+EndPoint::EndPoint() {
     const Call call("EndPoint");
+    fields_ = new Texts;
 }
-EndPoint::EndPoint(const EndPoint& other)
-    : texts_{}
-    , canary_(kCanary) {
+EndPoint::EndPoint(const EndPoint& other) {
     const Call call("EndPoint-copy");
-    verify(other.canary_);
+    const Texts& from = textsOf(other.fields_);
+    fields_ = new Texts;
     for (int i = 0; i < 3; ++i)
-        texts_[i] = replace(nullptr, other.texts_[i]);
+        textsOf(fields_).text[i] = replace(nullptr, from.text[i]);
 }
 EndPoint& EndPoint::operator=(const EndPoint& other) {
     const Call call("EndPoint-assign");
-    verify(canary_);
-    verify(other.canary_);
+    Texts& own = textsOf(fields_);
     for (int i = 0; i < 3 && this != &other; ++i)
-        texts_[i] = replace(texts_[i], other.texts_[i]);
+        own.text[i] = replace(own.text[i], textsOf(other.fields_).text[i]);
     return *this;
 }
 EndPoint::~EndPoint() {
-    verify(canary_);
-    canary_ = 0;
-    for (char* text : texts_)
+    Texts& own = textsOf(fields_);
+    own.canary = 0;
+    for (char* text : own.text)
         freeText(text);
+    delete &own;
 }
 
 #define TEXT(Class, Name, value)                                                                                       \
@@ -105,7 +110,7 @@ TEXT(ErrorMessage, Fault, in(fields_).payload)
 BrivonMessage::BrivonMessage(const char* type)
     : fields_(nullptr) {
     const Call call("SuiteMessage");
-    fields_ = new Fields(copyText(type));
+    fields_ = new Fields(type);
 }
 BrivonMessage::~BrivonMessage() {
     delete &in(fields_);
@@ -197,7 +202,8 @@ public:
     OPERATION(EndPoint, GetSelfEndPoint, () override, EndPoint self; self.SetId("self"); return self;)
     void GetEndPoints(EndPoint** endPoints, size_t* count) override {
         const Call call("GetEndPoints");
-        *endPoints = new EndPoint[*count = endpoints];
+        *count = endpoints;
+        *endPoints = endpoints == 0 ? nullptr : new EndPoint[endpoints];
         for (size_t i = 0; i < *count; ++i) {
             char id[16];
             sprintf(id, "%d", static_cast<int>(i));
@@ -206,7 +212,11 @@ public:
         }
         lists += *count > 0;
     }
-    OPERATION(void, ReleaseEndPoints, (EndPoint * endPoints) override, --lists; delete[] endPoints;)
+    void ReleaseEndPoints(EndPoint* endPoints) override {
+        --lists;
+        delete[] endPoints;
+        const Call call("ReleaseEndPoints");
+    }
 
     void deliver(long count, const char* type, const char* payload) {
         for (; count > 0; --count) {
@@ -255,7 +265,5 @@ void ownOrder(const char* order) {
     using namespace kesta::brivon::api5;
     if (sscanf(order, "answer %zu %ld %ld %ld", &endpoints, &notYet, &notReady, &refreshing) == 4)
         return;
-    void* thread = CreateThread(nullptr, 0, deliver, const_cast<char*>(order), 0, nullptr);
-    WaitForSingleObject(thread, 0xFFFFFFFF);
-    CloseHandle(thread);
+    runThread(deliver, const_cast<char*>(order));
 }

@@ -17,8 +17,8 @@ public:
     ~NotesLock() { __atomic_clear(&isNoting, __ATOMIC_RELEASE); }
 };
 
-struct Failure : std::exception {
-    using std::exception::exception;
+struct Failure : StandardException {
+    using StandardException::StandardException;
 };
 struct Object {
     Counted counted{exceptions};
@@ -94,20 +94,6 @@ Call::Call(const char* operation, const char* detail) {
         fail();
 }
 
-namespace std {
-exception::exception(const char* text)
-    : text_(copyText(text))
-    , isOwner_(true) {
-    __atomic_fetch_add(&exceptions, 1, __ATOMIC_RELAXED);
-}
-exception::exception(const exception& other)
-    : exception(other.text_) {}
-exception::~exception() {
-    freeText(text_);
-    __atomic_fetch_sub(&exceptions, 1, __ATOMIC_RELAXED);
-}
-} // namespace std
-
 void vendor_order(const char* order) {
     if (sscanf(order, "throw %63s %63s", throwing, kind) != 2)
         ownOrder(order);
@@ -122,6 +108,22 @@ const char* vendor_report() {
     noted = 0;
     return report;
 }
+
+#if defined(_MSC_VER)
+
+namespace std {
+exception::exception(const char* text)
+    : text_(copyText(text))
+    , isOwner_(true) {
+    __atomic_fetch_add(&exceptions, 1, __ATOMIC_RELAXED);
+}
+exception::exception(const exception& other)
+    : exception(other.text_) {}
+exception::~exception() {
+    freeText(text_);
+    __atomic_fetch_sub(&exceptions, 1, __ATOMIC_RELAXED);
+}
+} // namespace std
 
 // ---- Of the run-time library, what is part of every program
 
@@ -157,3 +159,5 @@ static const struct Runtime {
 } runtime;
 #endif
 }
+
+#endif

@@ -9,6 +9,24 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#if !defined(_MSC_VER)
+
+#include <stdexcept>
+#include <thread>
+
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#define __declspec(attribute) __attribute__((visibility("default")))
+using StandardException = std::runtime_error;
+
+inline void runThread(unsigned long (*run)(void*), void* context) {
+    std::thread(run, context).join();
+}
+
+#else
+
 extern "C" {
 void* malloc(size_t size);
 void free(void* memory);
@@ -22,7 +40,33 @@ __declspec(dllimport) void* CreateThread(void*, size_t, unsigned long (*run)(voi
                                          void*);
 __declspec(dllimport) unsigned long WaitForSingleObject(void* handle, unsigned long milliseconds);
 __declspec(dllimport) int CloseHandle(void* handle);
+}
 
+inline void runThread(unsigned long (*run)(void*), void* context) {
+    void* thread = CreateThread(nullptr, 0, run, context, 0, nullptr);
+    WaitForSingleObject(thread, 0xFFFFFFFF);
+    CloseHandle(thread);
+}
+
+namespace std {
+// As that compiler's library lays it out.
+class exception {
+public:
+    explicit exception(const char* text);
+    exception(const exception& other);
+    virtual ~exception();
+    virtual const char* what() const { return text_; }
+
+private:
+    char* text_;
+    [[maybe_unused]] bool isOwner_;
+};
+} // namespace std
+using StandardException = std::exception;
+
+#endif
+
+extern "C" {
 __declspec(dllexport) void vendor_order(const char* order);
 __declspec(dllexport) const char* vendor_report(); // the calls noted since the last time, and what there is, as JSON
 }
@@ -61,20 +105,5 @@ private:
 
 void ownOrder(const char* order);
 extern long texts, lists;
-
-namespace std {
-// As that compiler's library lays it out.
-class exception {
-public:
-    explicit exception(const char* text);
-    exception(const exception& other);
-    virtual ~exception();
-    virtual const char* what() const { return text_; }
-
-private:
-    char* text_;
-    [[maybe_unused]] bool isOwner_;
-};
-} // namespace std
 
 #endif
