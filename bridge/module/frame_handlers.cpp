@@ -127,7 +127,8 @@ FARPROC frameHandlerOf(HMODULE library) {
     return Image(library).handler();
 }
 
-// The handlers that the guards name. Threads of the libraries and of the module; the first exception on each finds out.
+// The handlers that the guards name. Any thread. The first exception of a library looks for that library's handler:
+// while the module is being loaded, the loader's lock is held.
 extern "C" {
 EXCEPTION_DISPOSITION frameHandlerOfBrivonMessage5(EXCEPTION_RECORD* exception, void* frame, CONTEXT* context,
                                                    void* dispatcher) {
