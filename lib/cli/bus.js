@@ -2,8 +2,7 @@
 
 // How tools get on the bus, and whom they mean.
 
-const { libraries } = require('../libraries');
-const { load } = require('../load');
+const { openBus } = require('../bus');
 const { version } = require('../../package.json');
 const { UsageError } = require('./arguments');
 
@@ -12,21 +11,14 @@ let adapter;
 
 const nameOf = (options, command) => [options['app-id'] ?? `brivonjs-${command}`, options['app-version'] ?? version];
 
-// Throws where the stand-ins cannot open the folder of their bus: an adapter would end the process with an assertion.
-function checkBus() {
-    const { addon } = libraries();
-    if (addon !== undefined) load(addon).checkBus();
-}
-
 function join(options, command) {
     const { BrivonAdapter } = require('../index');
-    checkBus();
+    openBus();
     return (adapter = new BrivonAdapter(...nameOf(options, command)));
 }
 
 function connect(options, command) {
     const client = require('../client');
-    checkBus();
     const [appId, appVersion] = nameOf(options, command);
     return client.connect({ appId, appVersion });
 }

@@ -3,21 +3,21 @@
 // Application control as programs use it: what there is, as objects, and launches as promises.
 
 const { BrivonControlAdapter, _setLibraryPath } = require('../index');
-const { checked, coded, invalid, signalOf, text } = require('./values');
+const { checkSignal, checkText, errorWithCode, invalid } = require('./checks');
+const { Wait } = require('./wait');
 
 let adapter;
 
 // The adapter of this process, which a folder that is given replaces.
 function control(folder) {
     if (folder !== undefined) {
-        _setLibraryPath(text('folder', folder));
+        _setLibraryPath(checkText('folder', folder));
         adapter = new BrivonControlAdapter();
     }
     return (adapter ??= new BrivonControlAdapter());
 }
 
-function applications(options = {}) {
-    const { folder } = checked(options, ['folder']);
+function applications(folder) {
     const library = control(folder);
     return library.getSpecifiers().map((specifier) => ({
         specifier,
@@ -29,22 +29,25 @@ function applications(options = {}) {
     }));
 }
 
-async function launch(specifier, options = {}) {
-    const { focus = true, args = '', folder } = checked(options, ['focus', 'args', 'folder', 'signal']);
-    const signal = signalOf(options);
+function launch(specifier, { focus = true, args = '', folder, signal }) {
     if (typeof focus !== 'boolean') throw invalid('focus must be a boolean');
-    const [target, line] = [text('specifier', specifier), text('args', args)];
-    signal?.throwIfAborted();
+    checkText('specifier', specifier);
+    checkText('args', args);
+    checkSignal({ signal })?.throwIfAborted();
     const library = control(folder);
-    await new Promise((resolve, reject) => {
-        const abort = () => reject(signal.reason);
-        signal?.addEventListener('abort', abort);
-        library.launchApp(target, focus, line, (error, isLaunched) => {
-            signal?.removeEventListener('abort', abort);
-            if (isLaunched) resolve();
-            else reject(coded('ERR_BRIVONJS_NOT_LAUNCHED', `'${target}' was not launched`, error && { cause: error }));
-        });
+    const wait = new Wait(Infinity, signal);
+    library.launchApp(specifier, focus, args, (cause, isLaunched) => {
+        if (isLaunched) wait.resolve();
+        else wait.reject(() => notLaunched(library, specifier, cause));
     });
+    return wait.promise;
+}
+
+function notLaunched(library, specifier, cause) {
+    let reason = 'the library refused';
+    if (cause !== undefined) reason = cause.message;
+    else if (!library.isAppInstalled(specifier)) reason = 'it is not installed';
+    return errorWithCode('ERR_BRIVONJS_NOT_LAUNCHED', `'${specifier}' was not launched: ${reason}`, cause && { cause });
 }
 
 module.exports = { applications, launch };

@@ -1,68 +1,86 @@
 'use strict';
 
 // What programs write on top of the two classes: one client per process, with JSON in payloads, targets that must be there,
-// questions with answers, and launches as promises. It is the only user of the listeners, which belong to the process.
+// requests with responses, and launches as promises. It is the only user of the listeners, which belong to the process.
 
 const { randomUUID } = require('node:crypto');
 const { EventEmitter } = require('node:events');
 
 const { BrivonAdapter } = require('../index');
-const { applications, launch } = require('./control');
+const { openBus } = require('../bus');
 const { ERROR_TYPE, TYPE_PREFIX } = require('../constants');
-const { Questions } = require('./questions');
-const { Queue } = require('./queue');
-const values = require('./values');
+const { checkName, checkOptions, checkSignal, checkText, checkTimeout, closed } = require('./checks');
+const { errorWithCode, invalid } = require('./checks');
+const control = require('./control');
+const { Presence } = require('./presence');
+const { Requests, unreachable } = require('./requests');
+const { newQueue } = require('./queue');
+const { fromEndpoint, fromText, nameOf, toEndpoint, toTarget, toText, withoutPrefix } = require('./values');
+const { Wait } = require('./wait');
 
-const { checked, coded, invalid, nonEmpty, signalOf, text, toEndpoint } = values;
-
-const REQUEST_TIMEOUT_MS = 30_000;
-const WAITING_MESSAGES = 1_000;
+// The stand-ins' words for a message that its destination did not get, and codes for their statuses of a send.
+const UNREACHABLE = 'Destination unreachable';
+const TOO_LARGE = 2;
+const REFUSALS = { [TOO_LARGE]: 'ERR_BRIVONJS_TOO_LARGE', 3: 'ERR_BRIVONJS_FULL' };
 
 // An application that nobody is: what is sent to it goes to everyone, whatever the default application.
-const NOBODY = randomUUID();
+const EVERYONE = { endpoints: [], appId: randomUUID(), appVersion: '', id: '' };
 
 // Kept for good, open or not: the collection of its adapter would silence the next one.
 let only;
 
-function connect(options) {
-    const { appId, appVersion, defaultAppId = '' } = checked(options, ['appId', 'appVersion', 'defaultAppId']);
-    const configuration = [
-        nonEmpty('appId', appId),
-        text('appVersion', appVersion),
-        text('defaultAppId', defaultAppId),
-    ];
-    only ??= new Client(configuration);
-    return Client.open(only, configuration);
-}
-
 class Client extends EventEmitter {
     #configuration;
+    #standins;
     #adapter;
     #users = 0;
     #isListening = false;
     #queues = new Set();
-    #listenFor = (event) => (event === 'message' || event === 'unreachable') && this.#listen();
-    #questions = new Questions((type, payload, target) => this.#send(type, payload, target));
+    #waits = new Map(); // targets, by what waits for them
+    #presence;
+    #requests;
 
     constructor(configuration) {
         super({ captureRejections: true });
         this.#configuration = configuration;
+        this.#standins = openBus();
         this.#adapter = new BrivonAdapter(...configuration);
-        this.on('newListener', this.#listenFor);
+        const areHeard = () => this.listenerCount('joined') + this.listenerCount('left') > 0;
+        const isWatched = () => this.#requests.arePending || this.#waits.size > 0 || areHeard();
+        this.#presence = new Presence(this.#adapter, isWatched, (joined, left) => this.#change(joined, left));
+        this.#requests = new Requests(this.#post.bind(this), this.#presence);
+        this.on('newListener', this.#prepareFor);
     }
 
-    static open(client, configuration) {
-        if (client.#configuration.join('\0') !== configuration.join('\0'))
-            throw coded('ERR_BRIVONJS_CONNECTED', `this process is on the bus as ${values.fromEndpoint(client.self)}`);
-        client.#users += 1;
-        if (client.listenerCount('message') + client.listenerCount('unreachable') > 0) client.#listen();
-        return client;
+    static connect(options) {
+        const { appId, appVersion, defaultAppId = '' } = checkOptions(options, ['appId', 'appVersion', 'defaultAppId']);
+        // What has no version cannot be named, and so not be answered.
+        const configuration = [checkName('appId', appId), checkName('appVersion', appVersion)];
+        configuration.push(checkText('defaultAppId', defaultAppId));
+        only ??= new Client(configuration);
+        if (only.#configuration.join('\0') !== configuration.join('\0'))
+            throw errorWithCode('ERR_BRIVONJS_CONNECTED', `this process is on the bus as ${fromEndpoint(only.self)}`);
+        only.#users += 1;
+        only.#requests.isOpen = true;
+        return only;
+    }
+
+    static async launch(specifier, options = {}) {
+        const names = ['focus', 'args', 'folder', 'signal', 'waitFor', 'timeout'];
+        const { waitFor, timeout, ...others } = checkOptions(options, names);
+        if (waitFor === undefined) return await control.launch(specifier, others).catch(throwMade);
+        if (only === undefined) throw closed();
+        only.#checkOpen();
+        toTarget(waitFor);
+        const wait = { timeout: checkTimeout({ timeout }), signal: others.signal };
+        await control.launch(specifier, others).catch(throwMade);
+        return await only.whenPresent(waitFor, wait);
     }
 
     // All of the program's: without the client's own, later ones would hear nothing.
     removeAllListeners(...events) {
         super.removeAllListeners(...events);
-        if (!this.listeners('newListener').includes(this.#listenFor)) this.on('newListener', this.#listenFor);
+        if (!this.listeners('newListener').includes(this.#prepareFor)) this.on('newListener', this.#prepareFor);
         return this;
     }
 
@@ -71,145 +89,174 @@ class Client extends EventEmitter {
     }
 
     get endpoints() {
-        return this.#adapter.getEndpoints().map(toEndpoint);
+        return this.#presence.endpoints.map((endpoint) => ({ ...endpoint }));
     }
 
     send(type, payload, options = {}) {
-        this.#send(nonEmpty('type', type), payload, checked(options, ['to', 'ifUnknown']));
+        checkName('type', type);
+        const destination = this.#destination(checkOptions(options, ['to', 'ifUnknown']));
+        const text = toText(payload);
+        this.#requests.noteSend(destination);
+        this.#post(type, text, destination);
     }
 
     broadcast(type, payload) {
-        this.#open().sendMessage(nonEmpty('type', type), values.toText(payload, type), NOBODY);
+        this.#checkOpen();
+        this.#post(checkName('type', type), toText(payload), EVERYONE);
+    }
+
+    async whenPresent(target, options = {}) {
+        const timeout = checkTimeout(checkOptions(options, ['timeout', 'signal']));
+        const signal = checkSignal(options);
+        const wanted = toTarget(target);
+        this.#checkOpen();
+        signal?.throwIfAborted();
+        const found = this.#presence.find(wanted);
+        if (found !== undefined) return { ...found };
+        const wait = new Wait(timeout, signal);
+        wait.late = () =>
+            errorWithCode('ERR_BRIVONJS_TIMEOUT', `'${nameOf(wanted)}' was not on the bus within ${timeout} ms`);
+        wait.over = () => this.#waits.delete(wait);
+        this.#waits.set(wait, wanted);
+        this.#presence.watch();
+        return await wait.promise.catch(throwMade);
     }
 
     messages(options = {}) {
-        const { type, limit = WAITING_MESSAGES } = checked(options, ['type', 'limit', 'signal']);
-        const signal = signalOf(options);
-        if (type !== undefined) text('type', type);
+        const { type, limit = 1_000 } = checkOptions(options, ['type', 'limit', 'signal']);
+        const signal = checkSignal(options);
+        if (type !== undefined) checkText('type', type);
         if (typeof limit !== 'number' || !(limit >= 1)) throw invalid('limit must be a positive number');
         this.#listen();
         const abort = () => queue.end(signal.reason);
-        const accepts = (message) => type === undefined || message.type === type;
-        const queue = new Queue(accepts, limit, () => {
+        const queue = newQueue(limit, () => {
             this.#queues.delete(queue);
             signal?.removeEventListener('abort', abort);
         });
+        queue.type = type;
         this.#queues.add(queue);
         signal?.addEventListener('abort', abort);
         if (signal?.aborted) abort();
-        return queue;
+        return queue.messages;
     }
 
     handle(name, handler) {
         if (typeof handler !== 'function') throw invalid('handler must be a function');
         this.#listen();
-        return this.#questions.handle(nonEmpty('name', name), handler);
+        return this.#requests.handle(checkName('name', name), handler);
     }
 
     async request(name, body, options = {}) {
-        const {
-            to,
-            ifUnknown,
-            timeout = REQUEST_TIMEOUT_MS,
-        } = checked(options, ['to', 'ifUnknown', 'timeout', 'signal']);
-        const signal = signalOf(options);
-        if (typeof timeout !== 'number' || !(timeout > 0))
-            throw invalid('timeout must be a positive number of milliseconds, or Infinity');
-        this.#listen();
-        return this.#questions.ask(nonEmpty('name', name), body, { to, ifUnknown, timeout, signal });
+        checkName('name', name);
+        const timeout = checkTimeout(checkOptions(options, ['to', 'ifUnknown', 'timeout', 'signal']));
+        const signal = checkSignal(options);
+        const destination = this.#destination(options);
+        const response = this.#requests.send(name, body, destination, timeout, signal);
+        return await response.catch(throwMade);
     }
 
     close() {
         if (this.#users === 0 || --this.#users > 0) return;
-        if (this.#isListening) this.#adapter.removeAllListeners();
-        this.#isListening = false;
-        this.#questions.end();
+        this.#requests.end();
+        for (const wait of this.#waits.keys()) wait.reject(closed);
         for (const queue of this.#queues) queue.end();
         this.emit('close');
+        // Errors that are still to come are heard.
+        for (const event of this.eventNames()) if (event !== 'error') this.removeAllListeners(event);
     }
 
     [Symbol.dispose ?? Symbol.for('nodejs.dispose')]() {
         this.close();
     }
 
-    #open() {
-        if (this.#users === 0) throw coded('ERR_BRIVONJS_CLOSED', 'the client is closed');
-        return this.#adapter;
+    #checkOpen() {
+        if (this.#users === 0) throw closed();
     }
 
-    // The event loop stays alive from here on.
+    #prepareFor = (event) => {
+        if (event === 'message' || event === 'unreachable') this.#listen();
+        if (event === 'joined' || event === 'left') this.#presence.watch();
+    };
+
+    // The event loop stays alive from here on. A closed client goes on, to refuse requests.
     #listen() {
-        const adapter = this.#open();
+        this.#checkOpen();
         if (this.#isListening) return;
         this.#isListening = true;
-        adapter.addMessageListener((...message) => this.#guard(() => this.#receive(...message)));
-        adapter.addErrorListener((type, error, fault) => this.#guard(() => this.#fail(error, fault)));
+        this.#adapter.addMessageListener((...message) => this.#guard(this.#receive, message));
+        this.#adapter.addErrorListener((...error) => this.#guard(this.#fail, error));
     }
 
     // The runtime would drop what is thrown here; now it is an event, or ends the process where nobody hears of it.
-    #guard(action) {
-        if (this.#users === 0) return; // closed, with messages on their way
+    #guard(method, values) {
         try {
-            action();
+            method.apply(this, values);
         } catch (error) {
             process.nextTick(() => this.emit('error', error));
         }
     }
 
-    #receive(fullType, received, appId, appVersion, id) {
+    #receive(fullType, text, appId, appVersion, id) {
         const source = { appId, appVersion, id };
-        const type = values.withoutPrefix(fullType);
-        if (this.#questions.take({ type, text: received, source })) return;
-        const message = { type, fullType, payload: values.fromText(received), text: received, source };
-        for (const queue of this.#queues) queue.push(message);
+        const type = withoutPrefix(fullType);
+        this.#presence.hasHeard = true;
+        if (this.#requests.take(type, text, source)) return;
+        if (this.#queues.size === 0 && this.listenerCount('message') === 0) return;
+        const message = { type, fullType, payload: fromText(text), text, source };
+        for (const queue of this.#queues) if (queue.type === undefined || queue.type === type) queue.push(message);
         this.emit('message', message);
     }
 
-    #fail(error, fault) {
-        this.#questions.unreachable(fault, error);
-        this.emit('unreachable', { endpoint: toEndpoint(fault), error, fault });
+    #fail(type, error, fault) {
+        const endpoint = toEndpoint(fault);
+        if (endpoint !== undefined && error === UNREACHABLE)
+            this.#requests.lose(endpoint, () => unreachable(error, endpoint));
+        if (endpoint !== undefined && this.#requests.isWithdrawal(endpoint)) return;
+        this.emit('unreachable', { endpoint, error, fault });
     }
 
-    // Answers the endpoints that it goes to, none for everyone.
-    #send(type, payload, { to, ifUnknown = 'throw' }) {
-        const adapter = this.#open();
+    #change(joined, left) {
+        for (const endpoint of left)
+            this.#requests.lose(endpoint, () => unreachable('The endpoint has left the bus', endpoint));
+        for (const [wait, target] of this.#waits) {
+            const found = this.#presence.find(target);
+            if (found !== undefined) wait.resolve({ ...found });
+        }
+        for (const endpoint of joined) this.#guard(this.emit, ['joined', { ...endpoint }]);
+        for (const endpoint of left) this.#guard(this.emit, ['left', { ...endpoint }]);
+    }
+
+    // Throws where the library is known to refuse the message; that a receiver is full, for requests only.
+    #post(type, text, { appId, appVersion, id }, isRequest = false) {
+        if (isRequest) this.#listen();
+        if (appVersion === '') this.#adapter.sendMessage(type, text, appId);
+        else this.#adapter.sendMessage(type, text, appId, appVersion, id);
+        const status = this.#standins?.sendStatus() ?? 0;
+        if (status !== TOO_LARGE && (status === 0 || !isRequest)) return;
+        const code = REFUSALS[status] ?? 'ERR_BRIVONJS_UNREACHABLE';
+        throw errorWithCode(code, `the library refused '${type}' with status ${status}`);
+    }
+
+    #destination({ to, ifUnknown = 'throw' }) {
+        this.#checkOpen();
         if (ifUnknown !== 'throw' && ifUnknown !== 'everyone') throw invalid("ifUnknown is 'throw' or 'everyone'");
-        const target = this.#target(to);
-        const content = values.toText(payload, type);
-        const endpoints =
-            target.id === '' ? adapter.getEndpointCacheSnapshot().filter(isOf(target)) : [values.fromEndpoint(target)];
-        const isKnown = endpoints.length > 0;
-        if (!isKnown && ifUnknown === 'throw')
-            throw coded(
-                'ERR_BRIVONJS_UNKNOWN_TARGET',
-                `nobody on the bus is '${Object.values(target).filter(Boolean).join(',')}'`,
-            );
-        const names = isKnown ? [target.appId, target.appVersion, target.id] : [NOBODY];
-        adapter.sendMessage(type, content, ...names);
-        return endpoints;
-    }
-
-    #target(to = {}) {
-        const names = ['appId', 'appVersion', 'id'];
-        const given = typeof to === 'string' ? { appId: to } : checked(to, names, 'to');
-        const { appId = this.#configuration[2], appVersion = '', id = '' } = given;
-        const target = { appId: text('appId', appId), appVersion: text('appVersion', appVersion), id: text('id', id) };
-        if (id !== '' && (appId === '' || appVersion === ''))
-            throw invalid('an endpoint has an appId, an appVersion and an id');
-        return target;
+        const name = to === undefined ? this.#configuration[2] : to;
+        const target = to === undefined && name === '' ? undefined : toTarget(name);
+        const destination = target && this.#presence.destination(target);
+        if (destination !== undefined) return destination;
+        if (ifUnknown === 'everyone') return EVERYONE;
+        const reason = target && `nobody on the bus is '${nameOf(target)}'`;
+        throw errorWithCode('ERR_BRIVONJS_UNKNOWN_TARGET', reason ?? 'there is neither to nor a default application');
     }
 }
 
-// Whether an endpoint's text is surely of the application, and of the version if one is given. A comma in a field must not
-// make it look so: the message would go to everyone.
-function isOf({ appId, appVersion }) {
-    const beginning = `{${appId},${appVersion === '' ? '' : `${appVersion},`}`;
-    const isUnclear = appId === '' || appId.includes(',') || appVersion.includes(',');
-    return (endpoint) => {
-        if (isUnclear || !endpoint.startsWith(beginning)) return false;
-        const comma = endpoint.indexOf(',', beginning.length);
-        return appVersion === '' ? comma !== -1 && comma === endpoint.lastIndexOf(',') : comma === -1;
-    };
+// As a reaction on the promise that a program waits for, where the runtime knows the program's asynchronous stack.
+function throwMade(makeError) {
+    throw makeError();
 }
 
-module.exports = { applications, connect, ERROR_TYPE, launch, TYPE_PREFIX };
+function applications(options = {}) {
+    return control.applications(checkOptions(options, ['folder']).folder);
+}
+
+module.exports = { applications, connect: Client.connect, ERROR_TYPE, launch: Client.launch, TYPE_PREFIX };

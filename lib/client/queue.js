@@ -1,70 +1,44 @@
 'use strict';
 
-// Messages on their way to a for await loop, whose iterator this is: as many as the limit may wait; one more, and the loop
-// ends with an error once it has read them.
+// Messages on their way to a for await loop: as many as the limit may wait; one more, and the loop ends with an error once
+// it has read them.
 
-const { coded } = require('./values');
+const { errorWithCode } = require('./checks');
 
-class Queue {
-    #waiting = [];
-    #readers = []; // { resolve, reject } of those that wait for a message
-    #ending; // { error } once nothing more comes
-    #accepts;
-    #limit;
-    #ended;
+// Answers { messages, push, end }: the loop's iterator, and how it is fed until it has ended, when ended() is called.
+function newQueue(limit, ended) {
+    const waiting = [];
+    let ending;
+    let wake = () => {};
+    const end = (error) => {
+        if (ending !== undefined) return;
+        ending = { error };
+        ended();
+        wake();
+    };
+    const push = (message) => {
+        if (waiting.length < limit) waiting.push(message);
+        else end(errorWithCode('ERR_BRIVONJS_OVERFLOW', `more than ${limit} messages were waiting to be read`));
+        wake();
+    };
+    const leave = () => {
+        waiting.length = 0;
+        end();
+    };
+    const messages = read();
+    const { return: finish, throw: fail } = messages;
+    messages.return = (value) => (leave(), finish.call(messages, value));
+    messages.throw = (error) => (leave(), fail.call(messages, error));
+    messages[Symbol.asyncDispose ?? Symbol.for('nodejs.asyncDispose')] = async () => void (await messages.return());
+    return { messages, push, end };
 
-    // ended() is called once, as soon as nothing more is taken.
-    constructor(accepts, limit, ended) {
-        this.#accepts = accepts;
-        this.#limit = limit;
-        this.#ended = ended;
-    }
-
-    // Until it has ended.
-    push(message) {
-        if (!this.#accepts(message)) return;
-        if (this.#readers.length > 0) this.#readers.shift().resolve({ value: message, done: false });
-        else if (this.#waiting.length < this.#limit) this.#waiting.push(message);
-        else this.end(coded('ERR_BRIVONJS_OVERFLOW', `more than ${this.#limit} messages were waiting to be read`));
-    }
-
-    end(error) {
-        if (this.#ending !== undefined) return;
-        this.#ending = { error };
-        this.#ended();
-        for (const { resolve, reject } of this.#readers.splice(0)) this.next().then(resolve, reject);
-    }
-
-    async next() {
-        if (this.#waiting.length > 0) return { value: this.#waiting.shift(), done: false };
-        if (this.#ending === undefined)
-            return new Promise((resolve, reject) => this.#readers.push({ resolve, reject }));
-        const { error } = this.#ending;
-        this.#ending = {}; // which is told once
-        if (error !== undefined) throw error;
-        return { value: undefined, done: true };
-    }
-
-    // The loop was left.
-    async return(value) {
-        this.#waiting = [];
-        this.end();
-        this.#ending = {};
-        return { value, done: true };
-    }
-
-    async throw(error) {
-        await this.return();
-        throw error;
-    }
-
-    [Symbol.asyncIterator]() {
-        return this;
-    }
-
-    async [Symbol.asyncDispose ?? Symbol.for('nodejs.asyncDispose')]() {
-        await this.return();
+    async function* read() {
+        for (; ; await new Promise((resolve) => (wake = resolve))) {
+            while (waiting.length > 0) yield waiting.shift();
+            if (ending !== undefined) break;
+        }
+        if (ending.error !== undefined) throw ending.error;
     }
 }
 
-module.exports = { Queue };
+module.exports = { newQueue };

@@ -191,9 +191,15 @@ Napi::Value checkBus(const Napi::CallbackInfo& info) {
     });
 }
 
+// sendStatus(): with which status this thread's last Send has ended, which the module does not tell.
+Napi::Value sendStatus(const Napi::CallbackInfo& info) {
+    return Napi::Number::New(info.Env(), standins::lastSendStatus());
+}
+
 Napi::Object initialise(Napi::Env env, Napi::Object exports) {
     exports.Set("switchOn", Napi::Function::New(env, switchOn, "switchOn"));
     exports.Set("checkBus", Napi::Function::New(env, checkBus, "checkBus"));
+    exports.Set("sendStatus", Napi::Function::New(env, sendStatus, "sendStatus"));
     return exports;
 }
 

@@ -20,9 +20,9 @@ public:
     void releaseInstance() override;
     void exit() override;
     bool isInUse() const override { return instances_ != 0; }
+    BrivonMessageErrorCode send(const SuiteMessage& message) override { return bus_->send(fieldsOf(message)); }
 
     // The contract's slots; any thread.
-    BrivonMessageErrorCode Send(const SuiteMessage& message) override { return bus_->send(fieldsOf(message)); }
     void AddMessageListener(Listener* listener) override { program_.addMessageListener(listener); }
     void RemoveMessageListener(Listener* listener) override { program_.removeMessageListener(listener); }
     void AddErrorListener(Listener* listener) override { program_.addErrorListener(listener); }

@@ -23,6 +23,8 @@ ScriptedDispatcher& scriptedDispatcher() {
 std::mutex joining;                // serialises joining and leaving; never taken on the library's thread
 DispatcherSlots* chosen = nullptr; // with that lock; the bus until the script is switched on
 
+thread_local BrivonMessageErrorCode lastStatus = BrivonMessageErrorCode_Success;
+
 DispatcherSlots& dispatcher() {
     return chosen == nullptr ? busDispatcher() : *chosen;
 }
@@ -42,6 +44,14 @@ void checkBus() {
     const std::lock_guard lock(joining);
     if (chosen == nullptr)
         BusFolder::open();
+}
+
+BrivonMessageErrorCode lastSendStatus() {
+    return lastStatus;
+}
+
+BrivonMessageErrorCode DispatcherSlots::Send(const SuiteMessage& message) {
+    return lastStatus = send(message);
 }
 
 MessageScript& switchOnMessageScript() {

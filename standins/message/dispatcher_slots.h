@@ -17,6 +17,10 @@ public:
     virtual void exit() {}
     virtual bool isInUse() const = 0;
 
+    // What stands behind the slot of that name, which notes the status for lastSendStatus(); any thread.
+    virtual BrivonMessageErrorCode send(const kesta::brivon::api5::SuiteMessage& message) = 0;
+    BrivonMessageErrorCode Send(const kesta::brivon::api5::SuiteMessage& message) final;
+
     // The other slots may be called on any thread by whoever holds an instance.
     void Reserved0() final {}
 

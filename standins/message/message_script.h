@@ -29,6 +29,9 @@ BRIVON_MESSAGE5_API MessageScript& switchOnMessageScript();
 // the script.
 BRIVON_MESSAGE5_API void checkBus();
 
+// The status of the calling thread's last Send, which the module tells nobody; 0 before there was one.
+BRIVON_MESSAGE5_API BrivonMessageErrorCode lastSendStatus();
+
 } // namespace standins
 
 #endif

@@ -60,7 +60,7 @@ void ScriptedDispatcher::releaseInstance() {
 
 // ---- The contract's slots
 
-BrivonMessageErrorCode ScriptedDispatcher::Send(const SuiteMessage& message) {
+BrivonMessageErrorCode ScriptedDispatcher::send(const SuiteMessage& message) {
     const MessageFields& fields = fieldsOf(message);
     const Value sent = Object{{"type", fields.type},
                               {"payload", fields.payload},

@@ -29,7 +29,7 @@ public:
     bool isInUse() const override { return instances_ != 0; }
 
     // The contract's slots; any thread.
-    BrivonMessageErrorCode Send(const SuiteMessage& message) override;
+    BrivonMessageErrorCode send(const SuiteMessage& message) override;
     void AddMessageListener(Listener* listener) override;
     void RemoveMessageListener(Listener* listener) override;
     void AddErrorListener(Listener* listener) override;

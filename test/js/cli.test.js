@@ -147,5 +147,5 @@ test('apps and launch', async (t) => {
     assert.deepEqual(JSON.parse(stdout), { ...expected, isRunning: true, processId });
     fs.writeFileSync(`${report}.stop`, '');
     const { code, stderr } = await start(t, `launch missing --folder ${folder}`).exited;
-    assert.deepEqual([code, stderr], [1, "brivonjs: 'missing' was not launched\n"]);
+    assert.deepEqual([code, stderr], [1, "brivonjs: 'missing' was not launched: it is not installed\n"]);
 });

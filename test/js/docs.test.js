@@ -60,7 +60,7 @@ test('the example program prints what a calendar answers, or says that none does
     const planner = path.join(root, 'examples', 'planner.js');
     const env = { BRIVON_BUS: newBus() };
     const { code, stdout } = await runScript(importing(planner), { env });
-    assert.deepEqual([code, stdout], [1, "no calendar answers: 'calendar' was not launched\n"]);
+    assert.deepEqual([code, stdout], [1, "no calendar answers: 'calendar' was not launched: it is not installed\n"]);
     const calendar = await Endpoint.join(t, env.BRIVON_BUS, 'calendar', '1');
     await calendar.run(`const { connect } = require(${JSON.stringify(path.join(root, 'lib', 'client'))});
         connect({ appId: 'calendar', appVersion: '1' }).handle('today', () => ({ entries: ['lunch'] })); 0`);

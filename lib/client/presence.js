@@ -1,0 +1,123 @@
+'use strict';
+
+// Who else is on the bus, by the module's endpoint cache, from which it chooses the destinations of sends. The cache is read
+// at most once per turn of the event loop. Nothing tells of its changes, so it is read five times a second while somebody
+// waits for one.
+
+const { fromEndpoint, toEndpoint } = require('./values');
+
+const LOOK_INTERVAL_MS = 200;
+
+// Whether the cache was read in this turn. A process has one client.
+let isCurrent = false;
+
+// To be called when the cache has changed in the middle of a turn.
+function forget() {
+    isCurrent = false;
+}
+
+class Presence {
+    // A message has come in, whose source may be newer than the list of this turn.
+    hasHeard = false;
+    #adapter;
+    #isWatched;
+    #changed;
+    #texts = [];
+    #endpoints = new Map(); // by their texts, without this program's own
+    #destinations = new Map(); // by target, until the endpoints change
+    #timer;
+
+    // Calls changed(joined, left) with the endpoints, from the call of watch() on for as long as isWatched().
+    constructor(adapter, isWatched, changed) {
+        this.#adapter = adapter;
+        this.#isWatched = isWatched;
+        this.#changed = changed;
+    }
+
+    get endpoints() {
+        this.#look();
+        return [...this.#endpoints.values()];
+    }
+
+    watch() {
+        this.#look();
+        this.#timer ??= setInterval(() => {
+            if (this.#isWatched()) return this.#look();
+            clearInterval(this.#timer);
+            this.#timer = undefined;
+        }, LOOK_INTERVAL_MS).unref();
+    }
+
+    has(endpoint) {
+        this.#look();
+        const text = fromEndpoint(endpoint);
+        return this.#endpoints.has(text) || text === this.#adapter.getSelfEndpoint();
+    }
+
+    // The first endpoint that is the target.
+    find(target) {
+        if (target.id === '') return this.destination(target)?.endpoints[0];
+        return this.has(target) ? target : undefined;
+    }
+
+    // Where a message for the target goes: { endpoints, appId, appVersion, id }, of which the last three are arguments of
+    // sendMessage; undefined where nobody is the target. An endpoint that is named in full need not be there.
+    destination(target) {
+        const { appId, appVersion, id } = target;
+        if (id !== '') return { endpoints: [target], appId, appVersion, id };
+        this.#look();
+        const key = `${appId}\0${appVersion}`;
+        const destination = this.#destinations.get(key) ?? this.#choose(target, key);
+        if (destination !== undefined || !this.hasHeard) return destination;
+        this.hasHeard = false;
+        forget();
+        return this.destination(target);
+    }
+
+    #look() {
+        if (isCurrent) return;
+        isCurrent = true;
+        this.hasHeard = false;
+        setImmediate(forget);
+        const texts = this.#adapter.getEndpointCacheSnapshot();
+        if (texts.length !== this.#texts.length || texts.some((text, i) => text !== this.#texts[i])) this.#take(texts);
+    }
+
+    #take(texts) {
+        const before = this.#endpoints;
+        const self = this.#adapter.getSelfEndpoint();
+        const others = texts.filter((text) => text !== self).map((text) => [text, toEndpoint(text)]);
+        this.#texts = texts;
+        this.#endpoints = new Map(others.filter(([, endpoint]) => endpoint !== undefined));
+        this.#destinations.clear();
+        if (!this.#isWatched()) return;
+        const missing = (from, others) =>
+            [...from].filter(([text]) => !others.has(text)).map(([, endpoint]) => endpoint);
+        // Later, because what those who left have sent before is heard first.
+        setImmediate(this.#changed, missing(this.#endpoints, before), missing(before, this.#endpoints));
+    }
+
+    // A single endpoint is named in full: even if it is gone by then, the message does not go to everyone.
+    #choose(target, key) {
+        const endpoints = [...this.#endpoints].filter(isOf(target)).map(([, endpoint]) => endpoint);
+        if (endpoints.length === 0) return undefined;
+        const { appId, appVersion, id } = endpoints.length === 1 && endpoints[0].appVersion ? endpoints[0] : target;
+        const destination = { endpoints, appId, appVersion, id };
+        this.#destinations.set(key, destination);
+        return destination;
+    }
+}
+
+// Whether an endpoint's text is surely of the application, and of the version if one is given. A comma in a field must not
+// make it look so: the message would go to everyone.
+function isOf({ appId, appVersion }) {
+    const beginning = `{${appId},${appVersion === '' ? '' : `${appVersion},`}`;
+    const isUnclear = appId.includes(',') || appVersion.includes(',');
+    return ([text]) => {
+        if (isUnclear || !text.startsWith(beginning)) return false;
+        const comma = text.indexOf(',', beginning.length);
+        return appVersion === '' ? comma !== -1 && comma === text.lastIndexOf(',') : comma === -1;
+    };
+}
+
+module.exports = { forget, Presence };
