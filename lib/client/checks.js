@@ -43,9 +43,12 @@ function checkSignal({ signal }) {
     return signal;
 }
 
-function checkTimeout({ timeout = 30_000 }) {
-    if (typeof timeout === 'number' && timeout > 0) return timeout;
-    throw invalid('timeout must be a positive number of milliseconds, or Infinity');
+// Options of something to wait for.
+function checkWait(options, names) {
+    const { timeout = 30_000 } = checkOptions(options, [...names, 'timeout', 'signal']);
+    if (typeof timeout !== 'number' || !(timeout > 0))
+        throw invalid('timeout must be a positive number of milliseconds, or Infinity');
+    return { timeout, signal: checkSignal(options) };
 }
 
-module.exports = { checkName, checkOptions, checkSignal, checkText, checkTimeout, closed, errorWithCode, invalid };
+module.exports = { checkName, checkOptions, checkSignal, checkText, checkWait, closed, errorWithCode, invalid };

@@ -3,8 +3,8 @@
 // Application control as programs use it: what there is, as objects, and launches as promises.
 
 const { BrivonControlAdapter, _setLibraryPath } = require('../index');
-const { checkSignal, checkText, errorWithCode, invalid } = require('./checks');
-const { Wait } = require('./wait');
+const { checkOptions, checkSignal, checkText, errorWithCode, invalid } = require('./checks');
+const { outcome } = require('./wait');
 
 let adapter;
 
@@ -17,7 +17,8 @@ function control(folder) {
     return (adapter ??= new BrivonControlAdapter());
 }
 
-function applications(folder) {
+function applications(options = {}) {
+    const { folder } = checkOptions(options, ['folder']);
     const library = control(folder);
     return library.getSpecifiers().map((specifier) => ({
         specifier,
@@ -29,18 +30,23 @@ function applications(folder) {
     }));
 }
 
-function launch(specifier, { focus = true, args = '', folder, signal }) {
+async function launch(specifier, options = {}) {
+    const { focus = true, args = '', folder } = checkOptions(options, ['focus', 'args', 'folder', 'signal']);
+    const signal = checkSignal(options);
     if (typeof focus !== 'boolean') throw invalid('focus must be a boolean');
-    checkText('specifier', specifier);
-    checkText('args', args);
-    checkSignal({ signal })?.throwIfAborted();
+    const [target, line] = [checkText('specifier', specifier), checkText('args', args)];
+    signal?.throwIfAborted();
     const library = control(folder);
-    const wait = new Wait(Infinity, signal);
-    library.launchApp(specifier, focus, args, (cause, isLaunched) => {
-        if (isLaunched) wait.resolve();
-        else wait.reject(() => notLaunched(library, specifier, cause));
+    const launched = new Promise((resolve, reject) => {
+        const abort = () => reject(() => signal.reason);
+        signal?.addEventListener('abort', abort);
+        library.launchApp(target, focus, line, (cause, isLaunched) => {
+            signal?.removeEventListener('abort', abort);
+            if (isLaunched) resolve();
+            else reject(() => notLaunched(library, target, cause));
+        });
     });
-    return wait.promise;
+    await outcome(launched);
 }
 
 function notLaunched(library, specifier, cause) {

@@ -9,14 +9,15 @@ const { EventEmitter } = require('node:events');
 const { BrivonAdapter } = require('../index');
 const { openBus } = require('../bus');
 const { ERROR_TYPE, TYPE_PREFIX } = require('../constants');
-const { checkName, checkOptions, checkSignal, checkText, checkTimeout, closed } = require('./checks');
+const { checkName, checkOptions, checkSignal, checkText, checkWait, closed } = require('./checks');
 const { errorWithCode, invalid } = require('./checks');
 const control = require('./control');
 const { Presence } = require('./presence');
 const { Requests, unreachable } = require('./requests');
 const { newQueue } = require('./queue');
-const { fromEndpoint, fromText, nameOf, toEndpoint, toTarget, toText, withoutPrefix } = require('./values');
-const { Wait } = require('./wait');
+const { fromEndpoint, toEndpoint, withoutPrefix } = require('../texts');
+const { fromText, nameOf, toTarget, toText } = require('./values');
+const { endWaits, outcome, Wait, waits } = require('./wait');
 
 // The stand-ins' words for a message that its destination did not get, and codes for their statuses of a send.
 const UNREACHABLE = 'Destination unreachable';
@@ -36,7 +37,6 @@ class Client extends EventEmitter {
     #users = 0;
     #isListening = false;
     #queues = new Set();
-    #waits = new Map(); // targets, by what waits for them
     #presence;
     #requests;
 
@@ -45,8 +45,7 @@ class Client extends EventEmitter {
         this.#configuration = configuration;
         this.#standins = openBus();
         this.#adapter = new BrivonAdapter(...configuration);
-        const areHeard = () => this.listenerCount('joined') + this.listenerCount('left') > 0;
-        const isWatched = () => this.#requests.arePending || this.#waits.size > 0 || areHeard();
+        const isWatched = () => waits.size + this.listenerCount('joined') + this.listenerCount('left') > 0;
         this.#presence = new Presence(this.#adapter, isWatched, (joined, left) => this.#change(joined, left));
         this.#requests = new Requests(this.#post.bind(this), this.#presence);
         this.on('newListener', this.#prepareFor);
@@ -65,15 +64,13 @@ class Client extends EventEmitter {
         return only;
     }
 
-    static async launch(specifier, options = {}) {
-        const names = ['focus', 'args', 'folder', 'signal', 'waitFor', 'timeout'];
-        const { waitFor, timeout, ...others } = checkOptions(options, names);
-        if (waitFor === undefined) return await control.launch(specifier, others).catch(throwMade);
+    static async launch(specifier, { waitFor, timeout, ...options } = {}) {
+        if (waitFor === undefined) return await control.launch(specifier, options);
         if (only === undefined) throw closed();
         only.#checkOpen();
-        toTarget(waitFor);
-        const wait = { timeout: checkTimeout({ timeout }), signal: others.signal };
-        await control.launch(specifier, others).catch(throwMade);
+        toTarget(waitFor); // before the launch
+        const wait = checkWait({ timeout, signal: options.signal }, []);
+        await control.launch(specifier, options);
         return await only.whenPresent(waitFor, wait);
     }
 
@@ -106,20 +103,20 @@ class Client extends EventEmitter {
     }
 
     async whenPresent(target, options = {}) {
-        const timeout = checkTimeout(checkOptions(options, ['timeout', 'signal']));
-        const signal = checkSignal(options);
+        const { timeout, signal } = checkWait(options, []);
         const wanted = toTarget(target);
         this.#checkOpen();
         signal?.throwIfAborted();
-        const found = this.#presence.find(wanted);
-        if (found !== undefined) return { ...found };
-        const wait = new Wait(timeout, signal);
+        const wait = new Wait({ timeout, signal });
         wait.late = () =>
             errorWithCode('ERR_BRIVONJS_TIMEOUT', `'${nameOf(wanted)}' was not on the bus within ${timeout} ms`);
-        wait.over = () => this.#waits.delete(wait);
-        this.#waits.set(wait, wanted);
+        wait.changed = () => {
+            const found = this.#presence.find(wanted);
+            if (found !== undefined) wait.resolve({ ...found });
+        };
         this.#presence.watch();
-        return await wait.promise.catch(throwMade);
+        wait.changed();
+        return await outcome(wait.promise);
     }
 
     messages(options = {}) {
@@ -147,18 +144,14 @@ class Client extends EventEmitter {
     }
 
     async request(name, body, options = {}) {
-        checkName('name', name);
-        const timeout = checkTimeout(checkOptions(options, ['to', 'ifUnknown', 'timeout', 'signal']));
-        const signal = checkSignal(options);
-        const destination = this.#destination(options);
-        const response = this.#requests.send(name, body, destination, timeout, signal);
-        return await response.catch(throwMade);
+        const wait = checkWait(options, ['to', 'ifUnknown']);
+        return await this.#requests.send(checkName('name', name), body, this.#destination(options), wait);
     }
 
     close() {
         if (this.#users === 0 || --this.#users > 0) return;
         this.#requests.end();
-        for (const wait of this.#waits.keys()) wait.reject(closed);
+        endWaits();
         for (const queue of this.#queues) queue.end();
         this.emit('close');
         // Errors that are still to come are heard.
@@ -216,12 +209,7 @@ class Client extends EventEmitter {
     }
 
     #change(joined, left) {
-        for (const endpoint of left)
-            this.#requests.lose(endpoint, () => unreachable('The endpoint has left the bus', endpoint));
-        for (const [wait, target] of this.#waits) {
-            const found = this.#presence.find(target);
-            if (found !== undefined) wait.resolve({ ...found });
-        }
+        for (const wait of waits) wait.changed(left);
         for (const endpoint of joined) this.#guard(this.emit, ['joined', { ...endpoint }]);
         for (const endpoint of left) this.#guard(this.emit, ['left', { ...endpoint }]);
     }
@@ -250,13 +238,10 @@ class Client extends EventEmitter {
     }
 }
 
-// As a reaction on the promise that a program waits for, where the runtime knows the program's asynchronous stack.
-function throwMade(makeError) {
-    throw makeError();
-}
-
-function applications(options = {}) {
-    return control.applications(checkOptions(options, ['folder']).folder);
-}
-
-module.exports = { applications, connect: Client.connect, ERROR_TYPE, launch: Client.launch, TYPE_PREFIX };
+module.exports = {
+    applications: control.applications,
+    connect: Client.connect,
+    ERROR_TYPE,
+    launch: Client.launch,
+    TYPE_PREFIX,
+};

@@ -4,7 +4,7 @@
 // at most once per turn of the event loop. Nothing tells of its changes, so it is read five times a second while somebody
 // waits for one.
 
-const { fromEndpoint, toEndpoint } = require('./values');
+const { fromEndpoint, toEndpoint } = require('../texts');
 
 const LOOK_INTERVAL_MS = 200;
 
@@ -42,9 +42,8 @@ class Presence {
     watch() {
         this.#look();
         this.#timer ??= setInterval(() => {
-            if (this.#isWatched()) return this.#look();
-            clearInterval(this.#timer);
-            this.#timer = undefined;
+            if (this.#isWatched()) this.#look();
+            else this.#timer = clearInterval(this.#timer);
         }, LOOK_INTERVAL_MS).unref();
     }
 

@@ -7,47 +7,50 @@
 // - answer:NAME   { id, body }, or { id, error: { name, message, code } }
 // - cancel:NAME   { id }, when the requester gives up
 
+const { randomUUID } = require('node:crypto');
+
 const { closed, errorWithCode } = require('./checks');
-const { fromEndpoint, toText } = require('./values');
-const { Wait } = require('./wait');
+const { fromEndpoint } = require('../texts');
+const { fromText, toText } = require('./values');
+const { outcome, Wait } = require('./wait');
 
 // An error with one of these codes says that the endpoint has no response; another one may have.
 const NO_HANDLER = 'ERR_BRIVONJS_NO_HANDLER';
 const CLOSED = 'ERR_BRIVONJS_CLOSED';
 
-const UNSPEAKABLE = { message: 'an error that cannot be sent' };
-
 // Of so many endpoints. An error of the bus comes soon after what it is about, or never.
 const MOST_WITHDRAWALS = 100;
 
 class Request extends Wait {
-    lost; // the ids of endpoints that have no response
-
-    constructor(name, destination, timeout, signal) {
-        super(timeout, signal);
+    constructor(name, destination, wait, over) {
+        super(wait);
         this.name = name;
-        this.timeout = timeout;
-        this.destination = destination;
+        this.timeout = wait.timeout;
+        this.endpoints = destination.endpoints;
+        this.lost = undefined; // ids of endpoints that have no response
+        this.over = over;
     }
 
     late() {
         return errorWithCode('ERR_BRIVONJS_TIMEOUT', `no answer to '${this.name}' within ${this.timeout} ms`);
     }
 
-    // Whether the endpoint may still respond. One that is sent to everyone waits for anybody.
-    isSentTo(id) {
-        const { endpoints } = this.destination;
-        return endpoints.length === 0 || (endpoints.some((one) => one.id === id) && !this.lost?.has(id));
+    changed(left) {
+        for (const endpoint of left) this.lose(endpoint, () => unreachable('The endpoint has left the bus', endpoint));
     }
 
-    // There is no response of the endpoint. What one has said goes before what is known of one that is gone.
-    lose(id, makeError, isSaid = false) {
-        const { endpoints } = this.destination;
-        if (endpoints.length === 0 || !this.isSentTo(id)) return;
-        this.lost = (this.lost ?? new Set()).add(id);
+    // Whether the endpoint may still respond: anybody may to what everyone was sent.
+    isSentTo({ id }) {
+        return this.endpoints.length === 0 || (this.endpoints.some((one) => one.id === id) && !this.lost?.has(id));
+    }
+
+    // The endpoint has no response. What one has said goes before what is known of one that is gone.
+    lose(endpoint, makeError, isSaid = false) {
+        if (this.endpoints.length === 0 || !this.isSentTo(endpoint)) return;
+        this.lost = (this.lost ?? new Set()).add(endpoint.id);
         if (isSaid || !this.hasSaid) this.failure = makeError;
         this.hasSaid ||= isSaid;
-        if (this.lost.size === endpoints.length) this.reject(this.failure);
+        if (this.lost.size === this.endpoints.length) this.reject(this.failure);
     }
 }
 
@@ -59,21 +62,16 @@ class Requests {
     #pending = new Map(); // requests of this program, by id
     #serving = new Map(); // requests of others, { abort, fail } by source and id
     #withdrawals = new Map(); // how many were sent since anything else, by the endpoint's id
-    #count = 0;
     #verbs = {
         __proto__: null,
         request: (name, envelope, source) => this.#serve(name, envelope, source),
         answer: (name, envelope, source) => this.#settle(name, envelope, source),
-        cancel: (name, { id }, source) => this.#serving.get(fromEndpoint(source) + id)?.abort(),
+        cancel: (name, { id }, source) => this.#abort(fromEndpoint(source) + id),
     };
 
     constructor(post, presence) {
         this.#post = post;
         this.#presence = presence;
-    }
-
-    get arePending() {
-        return this.#pending.size > 0;
     }
 
     handle(name, handler) {
@@ -84,34 +82,33 @@ class Requests {
     }
 
     // Resolves to the response.
-    send(name, body, destination, timeout, signal) {
-        const id = String(++this.#count);
+    async send(name, body, destination, wait) {
+        const id = randomUUID(); // cheaper than a counter, whose texts the runtime keeps for a while
         const text = toText({ id, body });
-        signal?.throwIfAborted(); // by now, perhaps while the body was made JSON
+        wait.signal?.throwIfAborted(); // by now, perhaps while the body was made JSON
         this.noteSend(destination);
         this.#post(`request:${name}`, text, destination, true);
-        const request = new Request(name, destination, timeout, signal);
-        request.over = (isGivenUp) => {
+        const request = new Request(name, destination, wait, (isGivenUp) => {
             this.#pending.delete(id);
-            if (isGivenUp) this.#withdraw(request, id);
-        };
+            if (isGivenUp) this.#withdraw(request, id, destination);
+        });
         this.#pending.set(id, request);
         this.#presence.watch();
-        return request.promise;
+        return await outcome(request.promise);
     }
 
     // Answers whether the message is one of these.
     take(type, text, source) {
         const colon = type.indexOf(':');
         const take = colon > 0 ? this.#verbs[type.slice(0, colon)] : undefined;
-        const envelope = take && parse(text);
-        if (envelope === undefined) return false;
+        const envelope = take && fromText(text);
+        if (typeof envelope?.id !== 'string') return false;
         take(type.slice(colon + 1), envelope, source);
         return true;
     }
 
-    lose({ id }, makeError) {
-        for (const request of this.#pending.values()) request.lose(id, makeError);
+    lose(endpoint, makeError) {
+        for (const request of this.#pending.values()) request.lose(endpoint, makeError);
     }
 
     // The program itself sends something there.
@@ -130,21 +127,25 @@ class Requests {
     end() {
         this.isOpen = false;
         this.#handlers.clear();
-        for (const request of this.#pending.values()) request.reject(closed, true);
-        for (const { abort, fail } of this.#serving.values()) {
-            fail(closed());
-            abort();
+        for (const request of this.#serving.values()) {
+            this.#fail(request, closed());
+            Context.abort(request.context);
         }
     }
 
+    #abort(key) {
+        const request = this.#serving.get(key);
+        this.#serving.delete(key);
+        if (request !== undefined) Context.abort(request.context);
+    }
+
     // Only to those that are still there: the bus would report the others.
-    #withdraw(request, id) {
-        const { name, destination } = request;
-        const withdraw = (endpoint) => this.#post(`cancel:${name}`, JSON.stringify({ id }), endpoint);
-        if (destination.endpoints.length === 0) withdraw(destination);
-        for (const endpoint of destination.endpoints) {
-            if (!request.isSentTo(endpoint.id) || !this.#presence.has(endpoint)) continue;
-            withdraw(endpoint);
+    #withdraw(request, id, everyone) {
+        const [type, text] = [`cancel:${request.name}`, JSON.stringify({ id })];
+        if (request.endpoints.length === 0) this.#post(type, text, everyone);
+        for (const endpoint of request.endpoints) {
+            if (!request.isSentTo(endpoint) || !this.#presence.has(endpoint)) continue;
+            this.#post(type, text, endpoint);
             this.#withdrawals.set(endpoint.id, (this.#withdrawals.get(endpoint.id) ?? 0) + 1);
             if (this.#withdrawals.size > MOST_WITHDRAWALS)
                 this.#withdrawals.delete(this.#withdrawals.keys().next().value);
@@ -153,72 +154,71 @@ class Requests {
 
     #settle(name, { id, body, error = null }, source) {
         const request = this.#pending.get(id);
-        if (request === undefined || request.name !== name || !request.isSentTo(source.id)) return;
+        if (request === undefined || request.name !== name || !request.isSentTo(source)) return;
         if (error === null) request.resolve(body);
-        else if (error.code === NO_HANDLER) request.lose(source.id, () => toError(error), true);
-        else if (error.code === CLOSED) request.lose(source.id, () => unreachable('The client is closed', source));
+        else if (error.code === NO_HANDLER) request.lose(source, () => toError(error), true);
+        else if (error.code === CLOSED) request.lose(source, () => unreachable('The client is closed', source));
         else request.reject(() => toError(error));
     }
 
-    // Once it is over, nothing is kept of it, even if its handler never ends.
+    // Nothing is kept of a request that is over, even if its handler never ends.
     #serve(name, { id, body }, source) {
-        const key = fromEndpoint(source) + id;
-        const isOver = () => this.#serving.get(key) !== serving || !this.#serving.delete(key);
-        const respond = (describe) => isOver() || this.#respond(name, id, source, describe);
-        const succeed = (result) => respond(() => ({ body: result }));
-        const fail = (error) => respond(() => ({ error: partsOf(error) }));
-        let controller;
-        const signalling = () => (controller ??= new AbortController()); // slow, and rarely wanted
-        const serving = { fail, abort: () => isOver() || signalling().abort() };
-        this.#serving.set(key, serving);
+        const request = { name, id, source, key: fromEndpoint(source) + id, context: new Context(source) };
+        this.#serving.set(request.key, request);
         try {
             const { handler } = this.#handlers.get(name) ?? {};
             if (handler === undefined)
                 throw this.isOpen ? errorWithCode(NO_HANDLER, `nobody answers '${name}'`) : closed();
-            const context = {
-                source,
-                get signal() {
-                    return signalling().signal;
-                },
-            };
-            const result = handler(body, context);
-            if (typeof result?.then === 'function') Promise.resolve(result).then(succeed, fail);
-            else succeed(result);
+            const result = handler(body, request.context);
+            if (typeof result?.then !== 'function') return this.#respond(request, result);
+            const settled = Promise.resolve(result).then((value) => this.#respond(request, value));
+            settled.catch((error) => this.#fail(request, error));
         } catch (error) {
-            fail(error);
+            this.#fail(request, error);
         }
     }
 
-    // What cannot be sent is an error, and what cannot be sent of an error, as one that is too large, is said in short. A
-    // requester without a version cannot be named alone; others of its kind do not know the request.
-    #respond(name, id, source, describe) {
+    // The second round is for an error that cannot be sent, as one that is too large.
+    #fail(request, error) {
+        for (const describe of [partsOf, () => ({ message: 'an error that cannot be sent' })]) {
+            try {
+                return this.#respond(request, undefined, describe(error));
+            } catch {}
+        }
+    }
+
+    // A requester without a version cannot be named alone; others of its kind do not know the request.
+    #respond(request, body, error) {
+        const { name, id, source, key } = request;
+        if (this.#serving.get(key) !== request) return;
         const { appId, appVersion } = source;
         const destination = appVersion === '' ? this.#presence.destination({ appId, appVersion, id: '' }) : source;
-        if (appId === '' || destination === undefined) return;
-        let failure;
-        const descriptions = [describe, () => ({ error: partsOf(failure) }), () => ({ error: UNSPEAKABLE })];
-        for (const describeNow of descriptions) {
-            try {
-                const { body, error } = describeNow();
-                return this.#post(`answer:${name}`, JSON.stringify({ id, body, error }), destination);
-            } catch (error) {
-                failure = error;
-            }
-        }
+        if (appId !== '' && destination !== undefined)
+            this.#post(`answer:${name}`, JSON.stringify({ id, body, error }), destination);
+        this.#serving.delete(key);
+    }
+}
+
+// What a handler is given with a request. The signal is slow to make, and rarely wanted.
+class Context {
+    #controller;
+
+    constructor(source) {
+        this.source = source;
+    }
+
+    get signal() {
+        return (this.#controller ??= new AbortController()).signal;
+    }
+
+    static abort(context) {
+        context.signal;
+        context.#controller.abort();
     }
 }
 
 const unreachable = (reason, endpoint) =>
     errorWithCode('ERR_BRIVONJS_UNREACHABLE', `${reason}: ${fromEndpoint(endpoint)}`);
-
-function parse(text) {
-    try {
-        const envelope = JSON.parse(text);
-        return typeof envelope?.id === 'string' ? envelope : undefined;
-    } catch {
-        return undefined;
-    }
-}
 
 // What JSON is to hold of something that was thrown.
 function partsOf(thrown) {

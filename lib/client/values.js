@@ -1,17 +1,8 @@
 'use strict';
 
-// Texts of the bus made of what a program passes, and back.
+// Payloads and targets.
 
 const { checkName, checkOptions, checkText, invalid } = require('./checks');
-const { TYPE_PREFIX } = require('../constants');
-
-// A timer of the runtime's fires at once where it is given more.
-const LONGEST_TIMER_MS = 2 ** 31 - 1;
-
-// No timer for a longer time than it can take, which is as good as no limit.
-function startTimer(action, milliseconds, argument) {
-    return milliseconds > LONGEST_TIMER_MS ? undefined : setTimeout(action, milliseconds, argument);
-}
 
 // A payload: a text as it is, and an object or an array as JSON.
 function toText(payload) {
@@ -28,16 +19,14 @@ function toText(payload) {
 }
 
 // An object or an array where the text is JSON of one, else the text.
-function fromText(received) {
-    if (!/^\s*[[{]/.test(received)) return received;
+function fromText(text) {
+    if (!/^\s*[[{]/.test(text)) return text;
     try {
-        return JSON.parse(received);
+        return JSON.parse(text);
     } catch {
-        return received;
+        return text;
     }
 }
-
-const withoutPrefix = (type) => (type.startsWith(TYPE_PREFIX) ? type.slice(TYPE_PREFIX.length) : type);
 
 // { appId, appVersion, id }, of which the last two may be empty.
 function toTarget(to) {
@@ -45,27 +34,17 @@ function toTarget(to) {
     if (!isPlain(to)) throw invalid('to must be a string, or a plain object with an appId');
     const { appId, appVersion = '', id = '' } = checkOptions(to, ['appId', 'appVersion', 'id'], 'to');
     checkName('appId', appId);
-    checkText('appVersion', appVersion);
     if (checkText('id', id) !== '' && appVersion === '')
         throw invalid('an endpoint has an appId, an appVersion and an id');
-    return { appId, appVersion, id };
+    return { appId, appVersion: checkText('appVersion', appVersion), id };
 }
 
 // Plain objects of other realms have a prototype of their own, which has none either.
 function isPlain(value) {
-    const prototype = typeof value === 'object' && value !== null && Object.getPrototypeOf(value);
-    return prototype === null || (prototype !== false && Object.getPrototypeOf(prototype) === null);
+    const prototype = typeof value === 'object' && value !== null ? Object.getPrototypeOf(value) : undefined;
+    return prototype === null || (prototype !== undefined && Object.getPrototypeOf(prototype) === null);
 }
 
 const nameOf = ({ appId, appVersion, id }) => [appId, appVersion, id].filter(Boolean).join(',');
 
-// The parts of {appId,appVersion,id}, in which nothing is quoted; undefined for any other text. An id has no comma; with
-// more than two of them in the text it is open where the application id ends, and the version gets what follows.
-function toEndpoint(endpointText) {
-    const [, appId, appVersion, id] = endpointText.match(/^\{(.*?),(.*),([^,]*)\}$/s) ?? [];
-    return id === undefined ? undefined : { appId, appVersion, id };
-}
-
-const fromEndpoint = ({ appId, appVersion, id }) => `{${appId},${appVersion},${id}}`;
-
-module.exports = { fromEndpoint, fromText, nameOf, startTimer, toEndpoint, toTarget, toText, withoutPrefix };
+module.exports = { fromText, nameOf, toTarget, toText };

@@ -2,7 +2,7 @@
 
 const { join } = require('../bus');
 const { ENDPOINT_COLUMNS, isTable, printer, TIME_COLUMN } = require('../table');
-const { toEndpoint } = require('../../client/values');
+const { toEndpoint } = require('../../texts');
 
 const POLL_MS = 200;
 

@@ -2,7 +2,8 @@
 
 const { join } = require('../bus');
 const { printer, TIME_COLUMN } = require('../table');
-const { startTimer, withoutPrefix } = require('../../client/values');
+const { startTimer } = require('../../client/wait');
+const { withoutPrefix } = require('../../texts');
 
 const COLUMNS = [
     TIME_COLUMN,
