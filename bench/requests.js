@@ -1,6 +1,6 @@
 'use strict';
 
-// Questions and answers between two processes, the client's and those that a program writes on the raw classes. A process
+// Requests and responses between two processes, the client's and those that a program writes on the raw classes. A process
 // has one of the two, for listeners belong to the process: each is this file, started with its kind and its number.
 
 const { randomUUID } = require('node:crypto');

@@ -5,8 +5,6 @@
 //
 //     node examples/planner.js FOLDER
 
-const { setTimeout: sleep } = require('node:timers/promises');
-
 const { connect, launch } = require('../lib/client');
 
 const client = connect({ appId: 'planner', appVersion: '1.0', defaultAppId: 'calendar' });
@@ -16,11 +14,9 @@ client.on('unreachable', ({ endpoint, error }) => console.log(`${error}: ${endpo
 client.on('error', (error) => console.error(error));
 client.handle('today', (body, { source }) => ({ to: source.appId, entries: [] }));
 
-const isThere = () => client.endpoints.some(({ appId }) => appId === 'calendar');
-
 (async () => {
-    if (!isThere()) await launch('calendar', { args: '--today', folder: process.argv[2] });
-    for (let i = 0; i < 100 && !isThere(); ++i) await sleep(100);
+    const isThere = client.endpoints.some(({ appId }) => appId === 'calendar');
+    if (!isThere) await launch('calendar', { args: '--today', folder: process.argv[2], waitFor: 'calendar' });
     const { entries } = await client.request('today', { day: new Date() }, { timeout: 2000 });
     console.log(entries);
 })().catch(({ message }) => {

@@ -65,7 +65,7 @@ test('right uses compile and wrong ones do not', () => {
     // The types of Node.js, which the client's lean on, know new compilers only.
     for (const [compiler, names, ...more] of [
         ['typescript-oldest', ['uses.cts'], '--typeRoots', tests],
-        ['typescript', fs.readdirSync(tests), '--lib', 'es2022,esnext.disposable'],
+        ['typescript', fs.readdirSync(tests), '--lib', 'es2022,esnext.disposable', '--exactOptionalPropertyTypes'],
     ]) {
         const files = names.map((name) => path.join(tests, name));
         assertSucceeds(process.execPath, path.join(modules, compiler, 'bin', 'tsc'), ...options, ...more, ...files);
