@@ -45,7 +45,7 @@ function checkSignal({ signal }) {
 
 // Options of something to wait for.
 function checkWait(options, names) {
-    const { timeout = 30_000 } = checkOptions(options, [...names, 'timeout', 'signal']);
+    const { timeout = 30_000 } = checkOptions(options, names);
     if (typeof timeout !== 'number' || !(timeout > 0))
         throw invalid('timeout must be a positive number of milliseconds, or Infinity');
     return { timeout, signal: checkSignal(options) };

@@ -12,23 +12,26 @@ const { randomUUID } = require('node:crypto');
 const { closed, errorWithCode } = require('./checks');
 const { fromEndpoint } = require('../texts');
 const { fromText, toText } = require('./values');
-const { outcome, Wait } = require('./wait');
+const { Wait, waits } = require('./wait');
 
 // An error with one of these codes says that the endpoint has no response; another one may have.
 const NO_HANDLER = 'ERR_BRIVONJS_NO_HANDLER';
 const CLOSED = 'ERR_BRIVONJS_CLOSED';
 
+const VERBS = ['answer', 'request', 'cancel'];
+
 // Of so many endpoints. An error of the bus comes soon after what it is about, or never.
 const MOST_WITHDRAWALS = 100;
 
 class Request extends Wait {
-    constructor(name, destination, wait, over) {
-        super(wait);
+    lost; // ids of endpoints that have no response
+    failure;
+    hasSaid = false;
+
+    constructor(id, options, name, destination) {
+        super(id, options);
         this.name = name;
-        this.timeout = wait.timeout;
-        this.endpoints = destination.endpoints;
-        this.lost = undefined; // ids of endpoints that have no response
-        this.over = over;
+        this.destination = destination;
     }
 
     late() {
@@ -41,16 +44,18 @@ class Request extends Wait {
 
     // Whether the endpoint may still respond: anybody may to what everyone was sent.
     isSentTo({ id }) {
-        return this.endpoints.length === 0 || (this.endpoints.some((one) => one.id === id) && !this.lost?.has(id));
+        const { endpoints } = this.destination;
+        return endpoints.length === 0 || (endpoints.some((one) => one.id === id) && !this.lost?.has(id));
     }
 
     // The endpoint has no response. What one has said goes before what is known of one that is gone.
     lose(endpoint, makeError, isSaid = false) {
-        if (this.endpoints.length === 0 || !this.isSentTo(endpoint)) return;
+        const { endpoints } = this.destination;
+        if (endpoints.length === 0 || !this.isSentTo(endpoint)) return;
         this.lost = (this.lost ?? new Set()).add(endpoint.id);
         if (isSaid || !this.hasSaid) this.failure = makeError;
         this.hasSaid ||= isSaid;
-        if (this.lost.size === this.endpoints.length) this.reject(this.failure);
+        if (this.lost.size === endpoints.length) this.reject(this.failure);
     }
 }
 
@@ -59,16 +64,8 @@ class Requests {
     #post; // (type, text, destination, isRequest)
     #presence;
     #handlers = new Map();
-    #pending = new Map(); // requests of this program, by id
-    #serving = new Map(); // requests of others, { abort, fail } by source and id
+    #serving = new Map(); // requests of others, by source and id
     #withdrawals = new Map(); // how many were sent since anything else, by the endpoint's id
-    #verbs = {
-        __proto__: null,
-        request: (name, envelope, source) => this.#serve(name, envelope, source),
-        answer: (name, envelope, source) => this.#settle(name, envelope, source),
-        cancel: (name, { id }, source) => this.#abort(fromEndpoint(source) + id),
-    };
-
     constructor(post, presence) {
         this.#post = post;
         this.#presence = presence;
@@ -81,34 +78,30 @@ class Requests {
         return () => void (this.#handlers.get(name) === own && this.#handlers.delete(name));
     }
 
-    // Resolves to the response.
-    async send(name, body, destination, wait) {
+    // Answers the wait for the response.
+    send(name, body, destination, options) {
         const id = randomUUID(); // cheaper than a counter, whose texts the runtime keeps for a while
         const text = toText({ id, body });
-        wait.signal?.throwIfAborted(); // by now, perhaps while the body was made JSON
+        options.signal?.throwIfAborted(); // by now, perhaps while the body was made JSON
         this.noteSend(destination);
         this.#post(`request:${name}`, text, destination, true);
-        const request = new Request(name, destination, wait, (isGivenUp) => {
-            this.#pending.delete(id);
-            if (isGivenUp) this.#withdraw(request, id, destination);
-        });
-        this.#pending.set(id, request);
+        const request = new Request(id, options, name, destination);
+        request.over = this.#withdraw;
         this.#presence.watch();
-        return await outcome(request.promise);
+        return request;
     }
 
     // Answers whether the message is one of these.
     take(type, text, source) {
         const colon = type.indexOf(':');
-        const take = colon > 0 ? this.#verbs[type.slice(0, colon)] : undefined;
-        const envelope = take && fromText(text);
+        const verb = type.slice(0, Math.max(colon, 0));
+        const envelope = VERBS.includes(verb) ? fromText(text) : undefined;
         if (typeof envelope?.id !== 'string') return false;
-        take(type.slice(colon + 1), envelope, source);
+        const name = type.slice(colon + 1);
+        if (verb === 'request') this.#serve(name, envelope, source);
+        else if (verb === 'answer') settle(waits.get(envelope.id), name, envelope, source);
+        else this.#abort(fromEndpoint(source) + envelope.id);
         return true;
-    }
-
-    lose(endpoint, makeError) {
-        for (const request of this.#pending.values()) request.lose(endpoint, makeError);
     }
 
     // The program itself sends something there.
@@ -127,50 +120,46 @@ class Requests {
     end() {
         this.isOpen = false;
         this.#handlers.clear();
-        for (const request of this.#serving.values()) {
-            this.#fail(request, closed());
-            Context.abort(request.context);
+        for (const [key, request] of this.#serving) {
+            this.#fail({ ...request, key: undefined }, closed());
+            this.#abort(key);
         }
     }
 
     #abort(key) {
         const request = this.#serving.get(key);
+        if (request === undefined) return;
         this.#serving.delete(key);
-        if (request !== undefined) Context.abort(request.context);
+        request.isOver = true;
+        Context.abort(request.context);
     }
 
-    // Only to those that are still there: the bus would report the others.
-    #withdraw(request, id, everyone) {
-        const [type, text] = [`cancel:${request.name}`, JSON.stringify({ id })];
-        if (request.endpoints.length === 0) this.#post(type, text, everyone);
-        for (const endpoint of request.endpoints) {
+    // At the end of a request. Only to those that are still there: the bus would report the others.
+    #withdraw = (isGivenUp, request) => {
+        if (!isGivenUp) return;
+        const { endpoints } = request.destination;
+        const [type, text] = [`cancel:${request.name}`, JSON.stringify({ id: request.id })];
+        if (endpoints.length === 0) this.#post(type, text, request.destination);
+        for (const endpoint of endpoints) {
             if (!request.isSentTo(endpoint) || !this.#presence.has(endpoint)) continue;
             this.#post(type, text, endpoint);
             this.#withdrawals.set(endpoint.id, (this.#withdrawals.get(endpoint.id) ?? 0) + 1);
             if (this.#withdrawals.size > MOST_WITHDRAWALS)
                 this.#withdrawals.delete(this.#withdrawals.keys().next().value);
         }
-    }
-
-    #settle(name, { id, body, error = null }, source) {
-        const request = this.#pending.get(id);
-        if (request === undefined || request.name !== name || !request.isSentTo(source)) return;
-        if (error === null) request.resolve(body);
-        else if (error.code === NO_HANDLER) request.lose(source, () => toError(error), true);
-        else if (error.code === CLOSED) request.lose(source, () => unreachable('The client is closed', source));
-        else request.reject(() => toError(error));
-    }
+    };
 
     // Nothing is kept of a request that is over, even if its handler never ends.
     #serve(name, { id, body }, source) {
-        const request = { name, id, source, key: fromEndpoint(source) + id, context: new Context(source) };
-        this.#serving.set(request.key, request);
+        const request = { name, id, source, context: new Context(source), key: undefined, isOver: false };
         try {
             const { handler } = this.#handlers.get(name) ?? {};
             if (handler === undefined)
                 throw this.isOpen ? errorWithCode(NO_HANDLER, `nobody answers '${name}'`) : closed();
             const result = handler(body, request.context);
             if (typeof result?.then !== 'function') return this.#respond(request, result);
+            request.key = fromEndpoint(source) + id;
+            this.#serving.set(request.key, request);
             const settled = Promise.resolve(result).then((value) => this.#respond(request, value));
             settled.catch((error) => this.#fail(request, error));
         } catch (error) {
@@ -189,13 +178,14 @@ class Requests {
 
     // A requester without a version cannot be named alone; others of its kind do not know the request.
     #respond(request, body, error) {
-        const { name, id, source, key } = request;
-        if (this.#serving.get(key) !== request) return;
+        if (request.isOver) return;
+        const { name, id, source } = request;
         const { appId, appVersion } = source;
         const destination = appVersion === '' ? this.#presence.destination({ appId, appVersion, id: '' }) : source;
         if (appId !== '' && destination !== undefined)
             this.#post(`answer:${name}`, JSON.stringify({ id, body, error }), destination);
-        this.#serving.delete(key);
+        request.isOver = true;
+        if (request.key !== undefined) this.#serving.delete(request.key);
     }
 }
 
@@ -215,6 +205,15 @@ class Context {
         context.signal;
         context.#controller.abort();
     }
+}
+
+// What an endpoint has said of a request, if it is one that waits for it.
+function settle(request, name, { body, error = null }, source) {
+    if (request?.name !== name || !request.isSentTo(source)) return;
+    if (error === null) request.resolve(body);
+    else if (error.code === NO_HANDLER) request.lose(source, () => toError(error), true);
+    else if (error.code === CLOSED) request.lose(source, () => unreachable('The client is closed', source));
+    else request.reject(() => toError(error));
 }
 
 const unreachable = (reason, endpoint) =>

@@ -12,45 +12,49 @@ function startTimer(action, milliseconds, argument) {
     return milliseconds > LONGEST_TIMER_MS ? undefined : setTimeout(action, milliseconds, argument);
 }
 
-// All that are under way. A process has one client.
-const waits = new Set();
+// All that are under way, by their ids. A process has one client.
+const waits = new Map();
 
-// For what there is once, too, each kind has changed(left), for when endpoints have come or left; late(), the error when the
-// time is over; and over(isGivenUp), isGivenUp unless it ends well or by the other side.
+// Each kind has changed(left), for when endpoints have come or left, late(), the error when the time is over, and, unless it
+// is not to know, over(isGivenUp, wait), where isGivenUp says that the program wants it no more.
 class Wait {
-    constructor({ timeout, signal }) {
-        this.promise = new Promise((resolve, reject) => (this.settle = { resolve, reject }));
+    constructor(id, { timeout, signal }) {
+        this.id = id;
+        this.promise = new Promise((resolve, reject) => {
+            this.settle = resolve;
+            this.fail = reject;
+        });
+        this.timeout = timeout;
         this.timer = startTimer(endInTime, timeout, this);
-        waits.add(this);
-        if (signal === undefined) return;
         this.signal = signal;
-        this.abort = () => this.reject(() => signal.reason, true);
-        signal.addEventListener('abort', this.abort);
+        this.abort = signal && (() => this.reject(() => signal.reason, true));
+        signal?.addEventListener('abort', this.abort);
+        waits.set(id, this);
     }
 
     resolve(value) {
         this.end(false);
-        this.settle.resolve(value);
+        this.settle(value);
     }
 
     // The promise is rejected with the function, for outcome().
     reject(makeError, isGivenUp = false) {
         this.end(isGivenUp);
-        this.settle.reject(makeError);
+        this.fail(makeError);
     }
 
     end(isGivenUp) {
-        waits.delete(this);
+        waits.delete(this.id);
         clearTimeout(this.timer);
         this.signal?.removeEventListener('abort', this.abort);
-        this.over?.(isGivenUp);
+        this.over?.(isGivenUp, this);
     }
 }
 
 const endInTime = (wait) => wait.reject(() => wait.late(), true);
 
 function endWaits() {
-    for (const wait of waits) wait.reject(closed, true);
+    for (const wait of waits.values()) wait.reject(closed, true);
 }
 
 // Makes the error where the runtime knows the asynchronous stack of whoever waits.
