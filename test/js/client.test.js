@@ -316,12 +316,13 @@ test('a launch passes its options on, waits for the program, and says why there 
     control.answer('LaunchApp', true);
     await launch('a', { signal });
     assert.deepEqual(getEventListeners(signal, 'abort'), []);
+    launches();
     control.answer('LaunchApp', { holds: true });
     const held = launch('a', { signal });
+    await until(() => launches().length === 1); // so that it is held
     controller.abort(new Error('enough'));
     await assert.rejects(held, /enough/);
     control.releaseLaunches();
-    launches();
     await assert.rejects(launch('a', { signal }), /enough/);
     await assert.rejects(launch('a', { waitFor: [] }), { code: 'ERR_INVALID_ARG_VALUE' });
     assert.deepEqual(launches(), []);
