@@ -28,6 +28,7 @@ const REFUSALS = { [TOO_LARGE]: 'ERR_BRIVONJS_TOO_LARGE', 3: 'ERR_BRIVONJS_FULL'
 const EVERYONE = { endpoints: [], appId: randomUUID(), appVersion: '', id: '' };
 
 const WAIT_OPTIONS = ['timeout', 'signal'];
+const LAUNCH_OPTIONS = ['focus', 'args', 'folder', 'waitFor', ...WAIT_OPTIONS];
 const REQUEST_OPTIONS = ['to', 'ifUnknown', ...WAIT_OPTIONS];
 
 // Kept for good, open or not: the collection of its adapter would silence the next one.
@@ -67,13 +68,14 @@ class Client extends EventEmitter {
         return only;
     }
 
-    static async launch(specifier, { waitFor, timeout, ...options } = {}) {
-        if (waitFor === undefined) return await control.launch(specifier, options);
+    static async launch(specifier, options = {}) {
+        const { waitFor, timeout, ...others } = checkOptions(options, LAUNCH_OPTIONS);
+        if (waitFor === undefined) return await control.launch(specifier, others);
         if (only === undefined) throw closed();
         only.#checkOpen();
         toTarget(waitFor); // before the launch
-        const wait = checkWait({ timeout, signal: options.signal }, WAIT_OPTIONS);
-        await control.launch(specifier, options);
+        const wait = checkWait({ timeout, signal: others.signal }, WAIT_OPTIONS);
+        await control.launch(specifier, others);
         return await only.whenPresent(waitFor, wait);
     }
 

@@ -66,6 +66,7 @@ class Requests {
     #handlers = new Map();
     #serving = new Map(); // requests of others, by source and id
     #withdrawals = new Map(); // how many were sent since anything else, by the endpoint's id
+
     constructor(post, presence) {
         this.#post = post;
         this.#presence = presence;
