@@ -126,14 +126,21 @@ bool Bus::greeted(Connection& connection, const EndPointFields& identity) {
         return false;
     Peer& peer = peers_.add(identity.id);
     const bool isNew = peers_.introduce(peer, identity);
-    if (connection.isOutbound())
+    if (connection.isOutbound()) {
+        peers_.setDescriptor(peer, connection.descriptor());
         uv_async_send(&writeWake_);
-    else if (peer.out == nullptr && !attempts_.isPausing(identity.id))
+    } else if (peer.out == nullptr && !attempts_.isPausing(identity.id)) {
         connectTo(peer);
+    }
     if (isNew)
         changed();
     settleRefresh(false);
     return true;
+}
+
+void Bus::received(const MessageFields& message) {
+    peers_.hear();
+    events_.received(message);
 }
 
 void Bus::wasRead(std::size_t messages) {
@@ -172,7 +179,10 @@ void Bus::broken(Connection& connection, int status) {
     settleRefresh(false);
 }
 
+// No sender uses its descriptor any more.
 void Bus::close(Connection& connection) {
+    if (connection.isOutbound())
+        peers_.setDescriptor(*peers_.find(connection.peerId()), -1);
     connections_.erase(&connection);
     connection.close();
 }
@@ -222,7 +232,8 @@ BrivonMessageErrorCode Bus::send(const MessageFields& message) {
         return statusMessageTooLarge;
     }
     Peers::Sent sent = peers_.send(outgoing, size);
-    uv_async_send(&writeWake_);
+    if (sent.isWaiting)
+        uv_async_send(&writeWake_);
     if (!sent.full.empty() || !sent.missing.empty())
         later([this, full = std::move(sent.full), missing = std::move(sent.missing)] {
             for (const EndPointFields& receiver : full)
@@ -236,7 +247,7 @@ BrivonMessageErrorCode Bus::send(const MessageFields& message) {
 void Bus::writeWaiting() {
     tellOwn();
     for (Peers::Write& write : peers_.startWrites())
-        write.connection->write(std::move(write.frames));
+        write.connection->write(std::move(write.frames), write.start);
 }
 
 // What was sent to this endpoint itself.

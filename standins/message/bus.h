@@ -71,7 +71,7 @@ private:
     void tryAgain(const std::string& id);
     void connectTo(Peer& peer);
     bool greeted(Connection& connection, const EndPointFields& identity) override;
-    void received(const MessageFields& message) override { events_.received(message); }
+    void received(const MessageFields& message) override;
     void wasRead(std::size_t messages) override;
     void writeWaiting();
     void tellOwn();

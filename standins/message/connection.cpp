@@ -54,9 +54,18 @@ bool Connection::sayHello() {
     return uv_write(&helloRequest_, stream(), &buffer, 1, [](uv_write_t*, int) {}) == 0;
 }
 
-void Connection::write(wire::Buffer frames) {
+int Connection::descriptor() {
+#if !defined(_WIN32)
+    uv_os_fd_t descriptor = -1;
+    if (uv_fileno(handle(), &descriptor) == 0)
+        return descriptor;
+#endif
+    return -1;
+}
+
+void Connection::write(wire::Buffer frames, std::size_t start) {
     writing_ = std::move(frames);
-    const uv_buf_t buffer = uv_buf_init(writing_.data(), static_cast<unsigned>(writing_.size()));
+    const uv_buf_t buffer = uv_buf_init(writing_.data() + start, static_cast<unsigned>(writing_.size() - start));
     const auto done = [](uv_write_t* request, int status) {
         Connection& connection = of(request);
         if (connection.isClosing())

@@ -41,11 +41,13 @@ public:
 
     void connect(const std::string& address);
     bool accept(uv_stream_t* listener);
-    // Whole frames, once greeted; one write at a time.
-    void write(wire::Buffer frames);
+    // Whole frames, once greeted, from this byte on; one write at a time.
+    void write(wire::Buffer frames, std::size_t start);
     void close();
 
     bool isOutbound() const { return isOutbound_; }
+    // For writing past libuv while no write is under way; -1 where that cannot be done.
+    int descriptor();
     // Of an accepted one: empty until it is greeted.
     const std::string& peerId() const { return peerId_; }
     // 0 until the other end has said who it is, then the time (of uv_hrtime).

@@ -38,9 +38,15 @@ Peers::Sent Peers::send(const wire::Outgoing& outgoing, std::size_t size) {
     });
     const bool isRefused = full != receivers.end() && (!isBroadcast || full == receivers.begin());
     if (isRefused)
-        return {statusQueueFull, {}, std::move(sent.full)};
-    std::for_each(receivers.begin(), full,
-                  [&](const Receiver& receiver) { receiver.outbox->append(kind, outgoing, size); });
+        return {statusQueueFull, false, {}, std::move(sent.full)};
+    for (auto receiver = receivers.begin(); receiver != full; ++receiver) {
+        Outbox& outbox = *receiver->outbox;
+        const bool isFirst = outbox.isEmpty();
+        outbox.append(kind, outgoing, size);
+        if (isFirst && receivers.size() == 1)
+            outbox.writeNow(hasHeard_.exchange(false));
+        sent.isWaiting = sent.isWaiting || outbox.isWaiting();
+    }
     return sent;
 }
 
@@ -109,12 +115,17 @@ Peer Peers::remove(const std::string& id) {
     return gone;
 }
 
+void Peers::setDescriptor(Peer& peer, int descriptor) {
+    const std::lock_guard lock(mutex_);
+    peer.outbox.setDescriptor(descriptor);
+}
+
 std::vector<Peers::Write> Peers::startWrites() {
     std::vector<Write> writes;
     const std::lock_guard lock(mutex_);
     for (auto& [id, peer] : peers_) {
         if (peer.outbox.isWaiting() && peer.out != nullptr && peer.out->isReady())
-            writes.push_back({peer.out, peer.outbox.startWrite()});
+            writes.push_back({peer.out, peer.outbox.startWrite(), peer.outbox.takeWritten()});
     }
     return writes;
 }

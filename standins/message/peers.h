@@ -5,6 +5,7 @@
 #include "connection.h"
 #include "outbox.h"
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <map>
@@ -45,6 +46,7 @@ public:
 
     struct Sent {
         BrivonMessageErrorCode status = BrivonMessageErrorCode_Success;
+        bool isWaiting = false;              // something is to be written
         std::vector<EndPointFields> missing; // destinations that are not there
         std::vector<EndPointFields> full;    // receivers without room, each once until it has had room again
     };
@@ -62,13 +64,18 @@ public:
     Peer& add(const std::string& id);
     // Takes down what the peer says of itself. False: it was present already.
     bool introduce(Peer& peer, const EndPointFields& identity);
+    // A message has come, to which the next one that is sent may be the answer.
+    void hear() { hasHeard_ = true; }
     // The peer is gone; so is its entry.
     Peer remove(const std::string& id);
 
     struct Write {
         Connection* connection;
         wire::Buffer frames;
+        std::size_t start; // in the frames, of what is to be written
     };
+    // The peer can be written to, through this descriptor, or cannot any more (-1).
+    void setDescriptor(Peer& peer, int descriptor);
     // What can be written now, to be written.
     std::vector<Write> startWrites();
     // Answers whether more waits.
@@ -87,6 +94,7 @@ private:
     std::vector<Receiver> addressed(const std::vector<EndPoint>& destinations, std::vector<EndPointFields>& missing);
 
     const EndPointFields self_;
+    std::atomic<bool> hasHeard_ = false;
     mutable std::mutex mutex_;          // guards what follows; never held while anyone is called
     std::map<std::string, Peer> peers_; // entries are added and removed on the library thread only
     std::size_t seen_ = 0;
