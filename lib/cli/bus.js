@@ -15,7 +15,7 @@ const nameOf = (options, command) => [options['app-id'] ?? `brivonjs-${command}`
 // Throws where the stand-ins cannot open the folder of their bus: an adapter would end the process with an assertion.
 function checkBus() {
     const { addon } = libraries();
-    if (addon !== undefined) load(addon).checkBus();
+    if (addon !== undefined) load(addon).messaging('busFolder');
 }
 
 function join(options, command) {

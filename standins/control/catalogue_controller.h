@@ -3,43 +3,35 @@
 #define STANDINS_CONTROL_CATALOGUE_CONTROLLER_H
 
 #include "catalogue.h"
-#include "controller_slots.h"
-#include "handed_out.h"
+#include "controller.h"
 
 #include <mutex>
-#include <optional>
-#include <string>
 
 namespace standins {
 
-class CatalogueController final : public ControllerSlots {
+class CatalogueController final : public Controller {
 public:
-    // ControllerSlots
+    // With the lock of the static operations.
     BrivonControlErrorCode getInstance(IBrivonController** controller) override;
     void releaseInstance() override { --instances_; }
     BrivonControlErrorCode setConfig(const char*, const char*) override { return BrivonControlErrorCode_Success; }
     BrivonControlErrorCode setConfigEx(const char** attributes) override;
-    // With the lock of the static operations.
     bool isInUse() const { return instances_ != 0; }
 
     // The contract's slots; any thread.
     bool LaunchApp(const char* targetSpecifier, bool setFocus, const char* cmdLineArgs) override;
-    bool IsAppInstalled(const char* targetSpecifier) override;
-    bool IsAppRunning(const char* targetSpecifier) override;
-    bool IsAppRunningByName(const char* name) override;
-    void GetAppPath(const char* targetSpecifier, char** path) override;
-    void ReleaseAppPath(char* path) override;
-    void GetSpecifiers(char*** list, std::size_t* count) override;
-    void ReleaseSpecifiers(char** list, std::size_t count) override;
+    bool IsAppInstalled(const char* targetSpecifier) override { return pathOf(targetSpecifier).has_value(); }
+    bool IsAppRunning(const char* targetSpecifier) override { return GetProcessId(targetSpecifier) != 0; }
+    bool IsAppRunningByName(const char* name) override { return isNameRunning(name); }
     std::int32_t GetProcessId(const char* targetSpecifier) override;
 
 private:
-    // Any thread.
+    std::optional<std::string> pathOf(const std::string& name) override { return catalogue().pathOf(name); }
+    std::vector<std::string> specifiers() override { return catalogue().names(); }
     Catalogue catalogue();
 
     int instances_ = 0; // with the lock of the static operations
-    HandedOut handedOut_;
-    std::mutex mutex_; // guards what follows
+    std::mutex mutex_;  // guards what follows
     Catalogue catalogue_;
 };
 

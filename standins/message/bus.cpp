@@ -15,6 +15,8 @@ constexpr std::uint64_t soonNs = 500'000;
 constexpr std::uint64_t pollTimeNs = 100'000;
 constexpr std::uint64_t nsPerMs = 1'000'000;
 
+constexpr char unreachableType[] = "DestinationUnreachable";
+constexpr char unreachableText[] = "Destination unreachable";
 constexpr char queueFullText[] = "Receiver does not read";
 constexpr char tooLargeText[] = "Message too large";
 
@@ -32,8 +34,8 @@ Bus& busOf(Handle* handle) {
 
 // ---- Joining and leaving
 
-Bus::Bus(Events& events, const std::string& appId, const std::string& appVersion)
-    : events_(events)
+Bus::Bus(Callbacks& callbacks, const std::string& appId, const std::string& appVersion)
+    : callbacks_(callbacks)
     , folder_(BusFolder::open())
     , peers_({newEndPointId(), appId, appVersion})
     , hello_(wire::makeHello(peers_.self())) {
@@ -140,7 +142,11 @@ bool Bus::greeted(Connection& connection, const EndPointFields& identity) {
 
 void Bus::received(const MessageFields& message) {
     peers_.hear();
-    events_.received(message);
+    deliver(message);
+}
+
+void Bus::deliver(const MessageFields& message) {
+    callbacks_.received(message, isErrorType(message.type) ? Callbacks::Errors : Callbacks::Messages);
 }
 
 void Bus::wasRead(std::size_t messages) {
@@ -211,10 +217,27 @@ void Bus::erase(const std::string& id) {
         changed();
 }
 
+void Bus::reportFailure(const std::string& error, const std::string& fault) {
+    MessageFields message;
+    message.type = ErrorMessage::TYPE;
+    message.error = error;
+    message.fault = fault;
+    deliver(message);
+}
+
+// Comes back twice: as an error to those who listen for errors, and as a message of its own type to every listener,
+// which makes an adapter ask for a new endpoint list whichever listener it has.
+void Bus::reportUnreachable(const EndPointFields& destination) {
+    reportFailure(unreachableText, textOf(destination));
+    MessageFields notice;
+    notice.type = unreachableType;
+    callbacks_.received(notice, Callbacks::Messages | Callbacks::Errors);
+}
+
 void Bus::reportUndelivered(const wire::Buffer& frames, const EndPointFields& destination) {
     wire::forEachFrame(frames, [&](const wire::Frame& frame) {
         if (frame.kind() == wire::Kind::AddressedMessage)
-            events_.unreachable(destination);
+            reportUnreachable(destination);
     });
 }
 
@@ -227,7 +250,7 @@ BrivonMessageErrorCode Bus::send(const MessageFields& message) {
     const std::size_t size = wire::messageFrameSize(outgoing);
     if (size > wire::frameLimit) {
         later([this, fault = message.type + ", " + std::to_string(size) + " bytes"] {
-            events_.failed(tooLargeText, fault);
+            reportFailure(tooLargeText, fault);
         });
         return statusMessageTooLarge;
     }
@@ -237,9 +260,9 @@ BrivonMessageErrorCode Bus::send(const MessageFields& message) {
     if (!sent.full.empty() || !sent.missing.empty())
         later([this, full = std::move(sent.full), missing = std::move(sent.missing)] {
             for (const EndPointFields& receiver : full)
-                events_.failed(queueFullText, textOf(receiver));
+                reportFailure(queueFullText, textOf(receiver));
             for (const EndPointFields& destination : missing)
-                events_.unreachable(destination);
+                reportUnreachable(destination);
         });
     return sent.status;
 }
@@ -256,7 +279,7 @@ void Bus::tellOwn() {
     wire::forEachFrame(frames, [this](const wire::Frame& frame) {
         MessageFields message;
         wire::parseMessage(frame, message);
-        events_.received(message);
+        deliver(message);
     });
     peers_.endOwn(std::move(frames));
 }
@@ -297,14 +320,14 @@ void Bus::settleRefresh(bool timeIsUp) {
     if (!refreshes_.arePending())
         return;
     const std::size_t asked = refreshes_.asked();
-    events_.endPointsChanged();
+    callbacks_.endPointsChanged();
     refreshes_.end(asked);
 }
 
 // A refresh under way ends with the same event.
 void Bus::changed() {
     if (!refreshes_.arePending())
-        events_.endPointsChanged();
+        callbacks_.endPointsChanged();
 }
 
 } // namespace standins

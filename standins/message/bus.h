@@ -6,6 +6,7 @@
 
 #include "attempts.h"
 #include "bus_folder.h"
+#include "callbacks.h"
 #include "connection.h"
 #include "listener.h"
 #include "loop_thread.h"
@@ -21,22 +22,8 @@ namespace standins {
 
 class Bus final : Connection::Owner {
 public:
-    // Called on the library thread, with no lock held.
-    class Events {
-    public:
-        virtual void endPointsChanged() = 0;
-        virtual void received(const MessageFields& message) = 0;
-        // A message to this destination could not be delivered.
-        virtual void unreachable(const EndPointFields& destination) = 0;
-        // A message was not taken.
-        virtual void failed(const std::string& error, const std::string& fault) = 0;
-
-    protected:
-        ~Events() = default;
-    };
-
     // Joins as an endpoint with a new id. Throws std::runtime_error.
-    Bus(Events& events, const std::string& appId, const std::string& appVersion);
+    Bus(Callbacks& callbacks, const std::string& appId, const std::string& appVersion);
     // Any thread but the library's.
     ~Bus();
     Bus(const Bus&) = delete;
@@ -72,6 +59,7 @@ private:
     void connectTo(Peer& peer);
     bool greeted(Connection& connection, const EndPointFields& identity) override;
     void received(const MessageFields& message) override;
+    void deliver(const MessageFields& message);
     void wasRead(std::size_t messages) override;
     void writeWaiting();
     void tellOwn();
@@ -79,13 +67,15 @@ private:
     void broken(Connection& connection, int status) override;
     void lose(const std::string& id);
     void erase(const std::string& id);
+    void reportFailure(const std::string& error, const std::string& fault);
+    void reportUnreachable(const EndPointFields& destination);
     void reportUndelivered(const wire::Buffer& frames, const EndPointFields& destination);
     void close(Connection& connection);
     void settleRefresh(bool timeIsUp);
     void changed();
     bool hasInbound(const std::string& id) const;
 
-    Events& events_;
+    Callbacks& callbacks_;
     BusFolder folder_; // constant once joined
     Peers peers_;      // says itself which threads may do what
     Refreshes refreshes_;

@@ -15,6 +15,7 @@ public:
     // whose text names the folder, when the name is unusable or the folder does not belong to this user alone.
     static BusFolder open();
 
+    std::string path() const { return path_.u8string(); }
     // The address under which an endpoint listens.
     std::string address(const std::string& id) const;
     // The address to bind before publishing: an endpoint becomes visible only when it can be connected to.

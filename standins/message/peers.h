@@ -16,7 +16,6 @@
 namespace standins {
 
 // Statuses of this library's own; a program knows only that they are failures.
-inline constexpr auto statusNotJoined = static_cast<BrivonMessageErrorCode>(1);
 inline constexpr auto statusMessageTooLarge = static_cast<BrivonMessageErrorCode>(2);
 inline constexpr auto statusQueueFull = static_cast<BrivonMessageErrorCode>(3);
 

@@ -1,6 +1,5 @@
 #include "records.h"
 
-#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -73,12 +72,11 @@ void EndPoint::GetAppVersion(char* appVersion) const {
     write(endPointFields(fields_).appVersion, appVersion);
 }
 
+// Without a type: one of the library's own, which borrows its fields.
 BrivonMessage::BrivonMessage(const char* type)
-    : fields_(nullptr) {
-    if (type == nullptr)
-        return; // one of the library's own, which borrows its fields
-    fields_ = new MessageFields;
-    messageFields(fields_).type = type;
+    : fields_(type == nullptr ? nullptr : new MessageFields) {
+    if (type != nullptr)
+        messageFields(fields_).type = type;
 }
 BrivonMessage::~BrivonMessage() {
     delete static_cast<MessageFields*>(fields_);
@@ -177,10 +175,6 @@ struct OpenMessage : BrivonMessage {
     }
 };
 
-void* borrow(const MessageFields& fields) {
-    return const_cast<MessageFields*>(&fields); // only setters change fields, and received messages have none
-}
-
 } // namespace
 
 EndPoint makeEndPoint(EndPointFields fields) {
@@ -194,14 +188,6 @@ const MessageFields& fieldsOf(const SuiteMessage& message) {
     return OpenMessage::of(message);
 }
 
-EndPoint* handOut(const std::vector<EndPoint>& endPoints) {
-    if (endPoints.empty())
-        return nullptr;
-    auto* array = new EndPoint[endPoints.size()];
-    std::copy(endPoints.begin(), endPoints.end(), array);
-    return array;
-}
-
 std::string textOf(const EndPointFields& endPoint) {
     return "{" + endPoint.appId + "," + endPoint.appVersion + "," + endPoint.id + "}";
 }
@@ -211,27 +197,6 @@ bool isErrorType(const std::string& type) {
 }
 bool isSuiteType(const std::string& type) {
     return type.rfind(SuiteMessage::TYPE_PREFIX, 0) == 0;
-}
-
-OwnSuiteMessage::OwnSuiteMessage(const MessageFields& fields)
-    : SuiteMessage(nullptr) {
-    fields_ = borrow(fields);
-}
-OwnSuiteMessage::~OwnSuiteMessage() {
-    fields_ = nullptr;
-}
-OwnErrorMessage::OwnErrorMessage(const MessageFields& fields) {
-    fields_ = borrow(fields);
-}
-OwnErrorMessage::~OwnErrorMessage() {
-    fields_ = nullptr;
-}
-OwnMessage::OwnMessage(const MessageFields& fields)
-    : BrivonMessage(nullptr) {
-    fields_ = borrow(fields);
-}
-OwnMessage::~OwnMessage() {
-    fields_ = nullptr;
 }
 
 } // namespace standins

@@ -1,6 +1,6 @@
 // What stands behind the contract's value classes in this library.
-#ifndef STANDINS_MESSAGE_RECORDS_H
-#define STANDINS_MESSAGE_RECORDS_H
+#ifndef STANDINS_MESSAGING_RECORDS_H
+#define STANDINS_MESSAGING_RECORDS_H
 
 #include "BrivonMessage5.h"
 
@@ -40,40 +40,32 @@ struct MessageFields {
 EndPoint makeEndPoint(EndPointFields fields);
 const EndPointFields& fieldsOf(const EndPoint& endPoint);
 const MessageFields& fieldsOf(const SuiteMessage& message);
-// The array that GetEndPoints gives and ReleaseEndPoints deletes; null for no endpoints.
-EndPoint* handOut(const std::vector<EndPoint>& endPoints);
 // "{appId,appVersion,id}"
 std::string textOf(const EndPointFields& endPoint);
-
-// Makes a message of the class that its type demands and hands it over for the duration of the call.
-template <typename Use>
-void withMessage(const MessageFields& fields, Use use);
 
 bool isErrorType(const std::string& type);
 bool isSuiteType(const std::string& type);
 
-// Messages of the library's own making, which borrow their fields.
-struct OwnSuiteMessage final : SuiteMessage {
-    explicit OwnSuiteMessage(const MessageFields& fields);
-    ~OwnSuiteMessage() override;
-};
-struct OwnErrorMessage final : ErrorMessage {
-    explicit OwnErrorMessage(const MessageFields& fields);
-    ~OwnErrorMessage() override;
-};
-struct OwnMessage final : BrivonMessage {
-    explicit OwnMessage(const MessageFields& fields);
-    ~OwnMessage() override;
+// A message of the library's own making, which borrows its fields.
+template <typename Message>
+struct Borrowing final : Message {
+    template <typename... Arguments>
+    explicit Borrowing(const MessageFields& fields, Arguments... arguments)
+        : Message(arguments...) {
+        this->fields_ = const_cast<MessageFields*>(&fields); // received messages have no setters
+    }
+    ~Borrowing() override { this->fields_ = nullptr; }
 };
 
+// Makes a message of the class that its type demands and hands it over for the duration of the call.
 template <typename Use>
 void withMessage(const MessageFields& fields, Use use) {
     if (isErrorType(fields.type))
-        use(OwnErrorMessage(fields));
+        use(Borrowing<ErrorMessage>(fields));
     else if (isSuiteType(fields.type))
-        use(OwnSuiteMessage(fields));
+        use(Borrowing<SuiteMessage>(fields, nullptr));
     else
-        use(OwnMessage(fields));
+        use(Borrowing<BrivonMessage>(fields, nullptr));
 }
 
 } // namespace standins

@@ -1,6 +1,6 @@
 // The one thread of a library: a libuv loop that runs what it is given, in order.
-#ifndef STANDINS_LOOP_THREAD_H
-#define STANDINS_LOOP_THREAD_H
+#ifndef STANDINS_MESSAGING_LOOP_THREAD_H
+#define STANDINS_MESSAGING_LOOP_THREAD_H
 
 #include <uv.h>
 

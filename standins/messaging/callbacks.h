@@ -1,0 +1,50 @@
+// The program as the library calls it: its listeners and endpoints callbacks, one call at a time.
+#ifndef STANDINS_MESSAGING_CALLBACKS_H
+#define STANDINS_MESSAGING_CALLBACKS_H
+
+#include "records.h"
+
+#include <mutex>
+#include <vector>
+
+namespace standins {
+
+class Callbacks {
+public:
+    using Listener = kesta::brivon::api5::IBrivonMessageListener;
+    using EndPointsCallback = kesta::brivon::api5::IBrivonMessageDispatcher::EndPointsCallback;
+
+    enum Kind : unsigned { Messages = 1, Errors = 2, EndPoints = 4 };
+    struct Registration {
+        Kind kind;
+        void* target; // the listener, or the context of the callback
+        EndPointsCallback callback = nullptr;
+    };
+
+    // Any thread. Adding twice is adding once.
+    void add(const Registration& registration);
+    // Any thread. Waits until a call that is under way has ended, unless it is that call which removes something.
+    void remove(const Registration& registration);
+    void clear();
+
+    // What follows calls the program, on the library's thread. A program that asks for a new endpoint list while it is
+    // called may be called again.
+    void endPointsChanged();
+    // For the listeners of these kinds. A listener of both hears it once.
+    void received(const MessageFields& message, unsigned kinds);
+
+private:
+    bool contains(const Registration& registration) const;
+    std::vector<Registration> registered(unsigned kinds) const;
+    // Calls the target unless it has been removed.
+    template <typename Call>
+    void callOut(const Registration& registration, Call call);
+
+    std::recursive_mutex calling_; // held during a call; taken before the other one
+    mutable std::mutex mutex_;     // guards what follows
+    std::vector<Registration> registrations_;
+};
+
+} // namespace standins
+
+#endif

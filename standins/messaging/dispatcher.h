@@ -1,0 +1,47 @@
+// The contract's dispatcher as both ways to be it have it: over the bus, and over the script.
+#ifndef STANDINS_MESSAGING_DISPATCHER_H
+#define STANDINS_MESSAGING_DISPATCHER_H
+
+#include "callbacks.h"
+
+namespace standins {
+
+class Dispatcher : public kesta::brivon::api5::IBrivonMessageDispatcher {
+public:
+    using Listener = Callbacks::Listener;
+
+    // What stands behind the static operations of these names: any thread but the library's, one call at a time.
+    virtual BrivonMessageErrorCode setConfig(const char* first, const char* second) = 0;
+    virtual BrivonMessageErrorCode getInstance(IBrivonMessageDispatcher** dispatcher) = 0;
+    // When the last instance is released, no thread of the library runs any more.
+    virtual void releaseInstance() = 0;
+    // Likewise, while the process exits.
+    virtual void exit() {}
+    bool isInUse() const { return instances_ != 0; }
+
+    // The contract's slots; any thread, by whoever holds an instance.
+    void Reserved0() final {}
+    void AddMessageListener(Listener* listener) final;
+    void RemoveMessageListener(Listener* listener) final;
+    void AddErrorListener(Listener* listener) final;
+    void RemoveErrorListener(Listener* listener) final;
+    void RegisterEndPointsCallback(EndPointsCallback callback, void* context) final;
+    void UnregisterEndPointsCallback(EndPointsCallback callback, void* context) final;
+    void ReleaseEndPoints(EndPoint* endPoints) override { delete[] endPoints; }
+
+protected:
+    ~Dispatcher() = default;
+    // The array is null for no endpoints.
+    static void handOut(const std::vector<EndPoint>& list, EndPoint** array, std::size_t* count);
+
+    Callbacks callbacks_;
+    int instances_ = 0; // with the lock of the static operations
+
+private:
+    // Any thread. An operation is called for a listener or context.
+    virtual void noteCall(const char*, const void*) {}
+};
+
+} // namespace standins
+
+#endif
