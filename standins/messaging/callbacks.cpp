@@ -40,7 +40,28 @@ void Callbacks::endPointsChanged() {
         callOut(registration, [&] { registration.callback(registration.target); });
 }
 
-void Callbacks::received(const MessageFields& message, unsigned kinds) {
+void Callbacks::received(const MessageFields& message) {
+    deliver(message, isErrorType(message.type) ? Errors : Messages);
+}
+
+void Callbacks::failed(const std::string& error, const std::string& fault) {
+    MessageFields message;
+    message.type = ErrorMessage::TYPE;
+    message.error = error;
+    message.fault = fault;
+    deliver(message, Errors);
+}
+
+// Comes back twice: as an error to those who listen for errors, and as a message of its own type to every listener,
+// which makes an adapter ask for a new endpoint list whichever listener it has.
+void Callbacks::unreachable(const EndPointFields& destination) {
+    failed("Destination unreachable", textOf(destination));
+    MessageFields notice;
+    notice.type = "DestinationUnreachable";
+    deliver(notice, Messages | Errors);
+}
+
+void Callbacks::deliver(const MessageFields& message, unsigned kinds) {
     withMessage(message, [&](const BrivonMessage& made) {
         for (const Registration& registration : registered(kinds))
             callOut(registration, [&] { static_cast<Listener*>(registration.target)->Receive(made); });

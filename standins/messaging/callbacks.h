@@ -30,8 +30,14 @@ public:
     // What follows calls the program, on the library's thread. A program that asks for a new endpoint list while it is
     // called may be called again.
     void endPointsChanged();
+    // Errors are for error listeners, every other message is for message listeners.
+    void received(const MessageFields& message);
+    // A message was not taken.
+    void failed(const std::string& error, const std::string& fault);
+    // A message could not be delivered to this destination.
+    void unreachable(const EndPointFields& destination);
     // For the listeners of these kinds. A listener of both hears it once.
-    void received(const MessageFields& message, unsigned kinds);
+    void deliver(const MessageFields& message, unsigned kinds);
 
 private:
     bool contains(const Registration& registration) const;

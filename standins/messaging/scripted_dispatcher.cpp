@@ -154,11 +154,15 @@ void ScriptedDispatcher::deliver(const Value& message) {
     fields.error = message["error"].toText();
     fields.fault = message["fault"].toText();
     const std::string listeners = message["listeners"].toText();
-    const bool isError = listeners.empty() ? isErrorType(fields.type) : listeners == "error";
     const std::lock_guard lock(threadMutex_);
     if (thread_ == nullptr)
         throw std::runtime_error("no adapter is on the bus");
-    thread_->run([&] { callbacks_.received(fields, isError ? Callbacks::Errors : Callbacks::Messages); });
+    thread_->run([&] {
+        if (listeners.empty())
+            callbacks_.received(fields);
+        else
+            callbacks_.deliver(fields, listeners == "error" ? Callbacks::Errors : Callbacks::Messages);
+    });
 }
 
 void ScriptedDispatcher::setEndPoints(const Value& endPoints) {

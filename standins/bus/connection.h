@@ -1,7 +1,7 @@
 // One stream between two endpoints and the frames on it: a Hello in each direction, then messages from the side that
 // connected. Library thread only.
-#ifndef STANDINS_MESSAGE_CONNECTION_H
-#define STANDINS_MESSAGE_CONNECTION_H
+#ifndef STANDINS_BUS_CONNECTION_H
+#define STANDINS_BUS_CONNECTION_H
 
 #include "records.h"
 #include "wire.h"
@@ -26,16 +26,16 @@ public:
         virtual void wasRead(std::size_t messages) = 0;
         // What was written is on its way; its storage may be used again.
         virtual void written(Connection& connection, wire::Buffer storage) = 0;
-        // It could not be made, for the reason that the status gives; or it has ended, or brought what nobody
-        // understands (0). It is to be closed.
+        // The connection is to be closed. The status says why it could not be made. It is 0 for a connection that has
+        // ended, or that has brought a bad frame.
         virtual void broken(Connection& connection, int status) = 0;
 
     protected:
         ~Owner() = default;
     };
 
-    // To be connected to the peer, or to be accepted where there is none yet.
-    Connection(Owner& owner, uv_loop_t* loop, const wire::Buffer& hello, std::string peerId = {});
+    // To be connected to the peer, or to be accepted where there is none yet. The Hello is borrowed.
+    Connection(Owner& owner, uv_loop_t* loop, wire::Buffer& hello, std::string peerId = {});
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
 
@@ -46,13 +46,12 @@ public:
     void close();
 
     bool isOutbound() const { return isOutbound_; }
+    bool isGreeted() const { return isGreeted_; }
+    bool isReady() const { return isGreeted_ && writing_.empty(); }
     // For writing past libuv while no write is under way; -1 where that cannot be done.
     int descriptor();
     // Of an accepted one: empty until it is greeted.
     const std::string& peerId() const { return peerId_; }
-    // 0 until the other end has said who it is, then the time (of uv_hrtime).
-    std::uint64_t greetedAt() const { return greetedAt_; }
-    bool isReady() const { return greetedAt_ != 0 && writing_.empty(); }
     // The write under way, whose bytes stay where they are until libuv is done with them.
     const wire::Buffer& writing() const { return writing_; }
 
@@ -65,29 +64,28 @@ private:
 
     void connected(int status);
     bool sayHello();
+    void wasWritten(int status);
     void startReading();
-    void read(ssize_t size);
-    bool consume(const char* data, std::size_t size);
-    void keepRest(const char* data, std::size_t size);
+    uv_buf_t freeInput();
+    bool read(std::size_t size);
     bool take(const wire::Frame& frame);
     bool greet(const wire::Frame& frame);
 
     Owner& owner_;
     const bool isOutbound_;
     std::string peerId_;
-    std::uint64_t greetedAt_ = 0;
+    bool isGreeted_ = false; // the other end has said who it is
 
     uv_pipe_t pipe_{};
     uv_connect_t connecting_{};
     uv_write_t helloRequest_{};
-    wire::Buffer hello_;
+    wire::Buffer& hello_;
     uv_write_t request_{};
     wire::Buffer writing_; // not empty while a write is under way
 
-    wire::Buffer readBuffer_;
-    wire::Buffer rest_; // the beginning of a frame
+    wire::Buffer input_;
+    std::size_t filled_ = 0; // of the input, from its beginning
     MessageFields incoming_;
-    std::size_t messages_ = 0; // of the read under way
 };
 
 } // namespace standins

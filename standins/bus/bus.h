@@ -1,17 +1,14 @@
 // The local bus: every endpoint listens under an address in the bus folder and connects to every other one it finds
 // there. Messages to a peer go through the connection that this side opened, which keeps their order; messages from a
 // peer come through the one that the peer opened. A peer at whose address nobody listens any more is gone.
-#ifndef STANDINS_MESSAGE_BUS_H
-#define STANDINS_MESSAGE_BUS_H
+#ifndef STANDINS_BUS_BUS_H
+#define STANDINS_BUS_BUS_H
 
-#include "attempts.h"
 #include "bus_folder.h"
 #include "callbacks.h"
 #include "connection.h"
-#include "listener.h"
 #include "loop_thread.h"
 #include "peers.h"
-#include "refreshes.h"
 
 #include <chrono>
 #include <set>
@@ -22,7 +19,8 @@ namespace standins {
 
 class Bus final : Connection::Owner {
 public:
-    // Joins as an endpoint with a new id. Throws std::runtime_error.
+    // Joins as an endpoint with a new id, and calls the program from then on, on the library thread. Throws
+    // std::runtime_error.
     Bus(Callbacks& callbacks, const std::string& appId, const std::string& appVersion);
     // Any thread but the library's.
     ~Bus();
@@ -31,7 +29,7 @@ public:
 
     // Any thread but the library's. Waits a bounded time until what was sent has left the process.
     void drain(std::chrono::milliseconds limit) { peers_.awaitEmpty(limit); }
-    // Any thread but the library's. No event comes after it returns.
+    // Any thread but the library's. The program is not called any more after it returns.
     void leave();
     // Any thread, while the process exits: others need not find out by themselves.
     void unpublish() const { folder_.remove(self().id); }
@@ -40,9 +38,10 @@ public:
     const EndPointFields& self() const { return peers_.self(); }
     // The other endpoints, in the order in which they were first seen.
     std::vector<EndPoint> endPoints() const { return peers_.present(); }
-    // Looks for endpoints in the folder. Whatever it finds, endPointsChanged follows.
+    // Looks for endpoints in the folder. Whatever it finds, the endpoints callbacks follow.
     void refresh();
-    // On another thread than the library's, waits a moment for the answer to become false.
+    // On another thread than the library's, waits a moment for the answer to become false, which saves callers that
+    // poll a much longer sleep.
     bool isRefreshing() const;
     // Never waits for a receiver.
     BrivonMessageErrorCode send(const MessageFields& message);
@@ -55,39 +54,34 @@ private:
     void open();
     void accept(uv_stream_t* listener);
     void scan();
-    void tryAgain(const std::string& id);
     void connectTo(Peer& peer);
+    void lookAgain();
     bool greeted(Connection& connection, const EndPointFields& identity) override;
     void received(const MessageFields& message) override;
-    void deliver(const MessageFields& message);
     void wasRead(std::size_t messages) override;
     void writeWaiting();
-    void tellOwn();
     void written(Connection& connection, wire::Buffer storage) override;
     void broken(Connection& connection, int status) override;
-    void lose(const std::string& id);
-    void erase(const std::string& id);
-    void reportFailure(const std::string& error, const std::string& fault);
-    void reportUnreachable(const EndPointFields& destination);
+    void eraseLost(const std::string& id);
     void reportUndelivered(const wire::Buffer& frames, const EndPointFields& destination);
     void close(Connection& connection);
-    void settleRefresh(bool timeIsUp);
+    void startRefresh();
+    void settleRefresh();
     void changed();
-    bool hasInbound(const std::string& id) const;
 
     Callbacks& callbacks_;
-    BusFolder folder_; // constant once joined
+    BusFolder folder_; // constant
     Peers peers_;      // says itself which threads may do what
-    Refreshes refreshes_;
     wire::Buffer hello_;
     uv_async_t writeWake_{}; // sent by any thread
 
     // Library thread only.
-    Listener listener_{[this](uv_stream_t* listener) { accept(listener); }};
-    Attempts attempts_{[this](const std::string& id) { tryAgain(id); }};
-    uv_timer_t refreshTimer_{};
+    Listener listener_;
+    uv_timer_t again_{}; // runs while something has failed or is awaited
     std::set<Connection*> connections_;
-    std::uint64_t receivedAt_ = 0; // the time of the latest read of messages
+    std::size_t refreshesScanned_ = 0;
+    std::uint64_t refreshingSince_ = 0; // the time (of uv_hrtime); 0 while no refresh is pending
+    std::uint64_t receivedAt_ = 0;      // the time of the latest read of messages
     bool hasLeft_ = false;
 
     LoopThread thread_; // the last member, whose thread ends before the rest is destroyed

@@ -3,7 +3,6 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 #include <sys/socket.h>
@@ -15,11 +14,10 @@ namespace standins {
 
 namespace {
 
-constexpr int makeAttempts = 100;
 constexpr char unpublished[] = ".new";
 
 // Whether connecting is refused, as it is when the process that has bound the socket is gone.
-bool isAbandoned(const std::string& socketName) {
+bool isRefused(const std::string& socketName) {
     sockaddr_un address{};
     if (socketName.size() >= sizeof address.sun_path)
         return false;
@@ -36,37 +34,24 @@ bool isAbandoned(const std::string& socketName) {
 
 } // namespace
 
-std::string BusFolder::environment(const char* name) {
-    const char* value = std::getenv(name);
-    return value == nullptr ? "" : value;
-}
-
-std::filesystem::path BusFolder::openParent() {
-    std::filesystem::path parent = "/tmp/brivon-" + std::to_string(geteuid());
-    makePrivateFolder(parent);
-    return parent;
+std::filesystem::path BusFolder::parent() {
+    return "/tmp/brivon-" + std::to_string(geteuid());
 }
 
 void BusFolder::makePrivateFolder(const std::filesystem::path& path) {
     const std::string name = path.string();
+    const auto refuse = [&](const std::string& fault) { throw std::runtime_error("the bus folder " + name + fault); };
     struct stat status {};
-    int found = -1;
-    // Whoever leaves a bus last removes its folder, be it between these two calls.
-    for (int attempt = 0; found != 0 && attempt < makeAttempts; ++attempt) {
-        if (mkdir(name.c_str(), 0700) != 0 && errno != EEXIST)
-            throw std::runtime_error("cannot make the bus folder " + name + ": " + std::strerror(errno));
-        found = lstat(name.c_str(), &status);
-    }
-    if (found != 0)
+    if (mkdir(name.c_str(), 0700) != 0 && errno != EEXIST)
+        throw std::runtime_error("cannot make the bus folder " + name + ": " + std::strerror(errno));
+    if (lstat(name.c_str(), &status) != 0)
         throw std::runtime_error("cannot read the bus folder " + name + ": " + std::strerror(errno));
     if (!S_ISDIR(status.st_mode))
-        throw std::runtime_error("the bus folder " + name + " is not a folder");
+        refuse(" is not a folder");
     if (status.st_uid != geteuid())
-        throw std::runtime_error("the bus folder " + name + " belongs to another user (uid " +
-                                 std::to_string(status.st_uid) + ")");
+        refuse(" belongs to another user (uid " + std::to_string(status.st_uid) + ")");
     if ((status.st_mode & 077) != 0)
-        throw std::runtime_error("the bus folder " + name + " is open to other users; close it with: chmod 700 " +
-                                 name);
+        refuse(" is open to other users; close it with: chmod 700 " + name);
 }
 
 std::string BusFolder::address(const std::string& id) const {
@@ -85,15 +70,10 @@ bool BusFolder::publish(const std::string& id) const {
     throw std::runtime_error("cannot publish an endpoint in " + path_.string() + ": " + std::strerror(errno));
 }
 
-// One that has been bound and does not listen yet is taken for abandoned too; its endpoint then begins anew.
-void BusFolder::sweep() const {
-    std::error_code failure;
-    for (std::filesystem::directory_iterator entry(path_, failure), end; !failure && entry != end;
-         entry.increment(failure)) {
-        const std::filesystem::path& path = entry->path();
-        if (path.extension() == unpublished && isEndPointId(path.stem().string()) && isAbandoned(path.string()))
-            unlink(path.c_str());
-    }
+// A socket that is bound and does not listen yet is taken for abandoned too; its endpoint then begins anew.
+void BusFolder::removeIfAbandoned(const std::filesystem::path& entry) {
+    if (entry.extension() == unpublished && isEndPointId(entry.stem().string()) && isRefused(entry.string()))
+        unlink(entry.c_str());
 }
 
 } // namespace standins

@@ -1,21 +1,26 @@
 #include "connection.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace standins {
 
 namespace {
 
-constexpr std::size_t readBytes = std::size_t{64} << 10;
+constexpr std::size_t inputBytes = std::size_t{64} << 10;
 
 template <typename Handle>
 Connection& of(Handle* handle) {
     return *static_cast<Connection*>(handle->data);
 }
 
+uv_buf_t toBuffer(wire::Buffer& bytes, std::size_t start) {
+    return uv_buf_init(bytes.data() + start, static_cast<unsigned>(bytes.size() - start));
+}
+
 } // namespace
 
-Connection::Connection(Owner& owner, uv_loop_t* loop, const wire::Buffer& hello, std::string peerId)
+Connection::Connection(Owner& owner, uv_loop_t* loop, wire::Buffer& hello, std::string peerId)
     : owner_(owner)
     , isOutbound_(!peerId.empty())
     , peerId_(std::move(peerId))
@@ -39,18 +44,15 @@ bool Connection::accept(uv_stream_t* listener) {
 void Connection::connected(int status) {
     if (isClosing())
         return;
-    if (status != 0) {
+    if (status == 0)
+        startReading();
+    if (status != 0 || !sayHello())
         owner_.broken(*this, status);
-        return;
-    }
-    startReading();
-    if (!sayHello())
-        owner_.broken(*this, 0);
 }
 
 // A failure comes back as the end of the stream.
 bool Connection::sayHello() {
-    const uv_buf_t buffer = uv_buf_init(hello_.data(), static_cast<unsigned>(hello_.size()));
+    const uv_buf_t buffer = toBuffer(hello_, 0);
     return uv_write(&helloRequest_, stream(), &buffer, 1, [](uv_write_t*, int) {}) == 0;
 }
 
@@ -65,17 +67,18 @@ int Connection::descriptor() {
 
 void Connection::write(wire::Buffer frames, std::size_t start) {
     writing_ = std::move(frames);
-    const uv_buf_t buffer = uv_buf_init(writing_.data() + start, static_cast<unsigned>(writing_.size() - start));
-    const auto done = [](uv_write_t* request, int status) {
-        Connection& connection = of(request);
-        if (connection.isClosing())
-            return;
-        if (status != 0)
-            connection.owner_.broken(connection, 0);
-        else
-            connection.owner_.written(connection, std::exchange(connection.writing_, {}));
-    };
+    const uv_buf_t buffer = toBuffer(writing_, start);
+    const auto done = [](uv_write_t* request, int status) { of(request).wasWritten(status); };
     if (uv_write(&request_, stream(), &buffer, 1, done) != 0)
+        owner_.broken(*this, 0);
+}
+
+void Connection::wasWritten(int status) {
+    if (isClosing())
+        return;
+    if (status == 0)
+        owner_.written(*this, std::exchange(writing_, {}));
+    else
         owner_.broken(*this, 0);
 }
 
@@ -88,61 +91,46 @@ void Connection::close() {
 
 void Connection::startReading() {
     uv_read_start(
-        stream(),
-        [](uv_handle_t* handle, std::size_t, uv_buf_t* buffer) {
-            wire::Buffer& storage = of(handle).readBuffer_;
-            storage.resize(readBytes);
-            *buffer = uv_buf_init(storage.data(), static_cast<unsigned>(storage.size()));
-        },
-        [](uv_stream_t* stream, ssize_t size, const uv_buf_t*) { of(stream).read(size); });
+        stream(), [](uv_handle_t* handle, std::size_t, uv_buf_t* buffer) { *buffer = of(handle).freeInput(); },
+        [](uv_stream_t* stream, ssize_t size, const uv_buf_t*) {
+            Connection& connection = of(stream);
+            if (size < 0 || !connection.read(static_cast<std::size_t>(size)))
+                connection.owner_.broken(connection, 0);
+        });
 }
 
-void Connection::read(ssize_t size) {
-    if (size == 0)
-        return;
-    messages_ = 0;
-    if (size < 0 || !consume(readBuffer_.data(), static_cast<std::size_t>(size)))
-        owner_.broken(*this, 0);
-    else
-        owner_.wasRead(messages_);
+uv_buf_t Connection::freeInput() {
+    if (filled_ == input_.size())
+        input_.resize(std::max(inputBytes, 2 * filled_));
+    return toBuffer(input_, filled_);
 }
 
 // Handles every whole frame and keeps the rest. False: the connection is not to be read any further.
-bool Connection::consume(const char* data, std::size_t size) {
-    if (!rest_.empty()) {
-        rest_.insert(rest_.end(), data, data + size);
-        data = rest_.data();
-        size = rest_.size();
-    }
+bool Connection::read(std::size_t size) {
+    filled_ += size;
     std::size_t used = 0;
+    std::size_t messages = 0;
     for (wire::Frame frame{};; used += wire::lengthBytes + frame.size) {
-        const std::size_t limit = greetedAt_ != 0 ? wire::frameLimit : wire::helloLimit;
-        const wire::Found found = wire::findFrame(data + used, size - used, limit, frame);
+        const bool wasGreeted = isGreeted_;
+        const std::size_t limit = wasGreeted ? wire::frameLimit : wire::helloLimit;
+        const wire::Found found = wire::findFrame(input_.data() + used, filled_ - used, limit, frame);
         if (found == wire::Found::Incomplete)
             break;
-        if (found == wire::Found::Bad || !take(frame))
+        if (found == wire::Found::Bad || !(wasGreeted ? take(frame) : greet(frame)))
             return false;
+        messages += wasGreeted ? 1 : 0;
     }
-    keepRest(data + used, size - used);
+    std::copy(input_.data() + used, input_.data() + filled_, input_.data());
+    filled_ -= used;
+    if (filled_ == 0 && input_.size() > wire::keptStorage)
+        wire::Buffer().swap(input_);
+    owner_.wasRead(messages);
     return true;
 }
 
-// What is kept may lie in what was kept before.
-void Connection::keepRest(const char* data, std::size_t size) {
-    if (rest_.empty())
-        rest_.assign(data, data + size);
-    else
-        rest_.erase(rest_.begin(), rest_.end() - static_cast<std::ptrdiff_t>(size));
-    if (rest_.empty() && rest_.capacity() > wire::keptStorage)
-        wire::Buffer().swap(rest_);
-}
-
 bool Connection::take(const wire::Frame& frame) {
-    if (greetedAt_ == 0)
-        return greet(frame);
     if (isOutbound_ || !wire::parseMessage(frame, incoming_))
         return false;
-    ++messages_;
     owner_.received(incoming_);
     if (incoming_.payload.capacity() > wire::keptStorage)
         std::string().swap(incoming_.payload);
@@ -153,7 +141,7 @@ bool Connection::greet(const wire::Frame& frame) {
     EndPointFields peer;
     if (!wire::parseHello(frame, peer) || (isOutbound_ && peer.id != peerId_))
         return false;
-    greetedAt_ = uv_hrtime();
+    isGreeted_ = true;
     if (!isOutbound_ && !sayHello())
         return false;
     if (!owner_.greeted(*this, peer))

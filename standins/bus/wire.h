@@ -3,14 +3,13 @@
 // A frame is a 32-bit length of what follows, a kind, and fields, each a 32-bit length and its bytes; numbers are in
 // the byte order of the machine, which both ends share. The first frame on a connection is a Hello in each direction;
 // then messages flow from the side that connected.
-#ifndef STANDINS_MESSAGE_WIRE_H
-#define STANDINS_MESSAGE_WIRE_H
+#ifndef STANDINS_BUS_WIRE_H
+#define STANDINS_BUS_WIRE_H
 
 #include "records.h"
 
 #include <cstddef>
 #include <cstdint>
-#include <string>
 #include <vector>
 
 namespace standins::wire {
@@ -20,24 +19,24 @@ using Buffer = std::vector<char>;
 enum class Kind : std::uint8_t { Hello = 1, AddressedMessage = 2, BroadcastMessage = 3 };
 
 inline constexpr std::size_t lengthBytes = sizeof(std::uint32_t);
-// Room for a payload of 16 MiB and whatever surrounds it; nothing larger is sent or accepted.
+// Enough for a payload of 16 MiB and whatever surrounds it; nothing larger is sent or accepted.
 inline constexpr std::size_t frameLimit = std::size_t{32} << 20;
 // A connection says Hello before it may send anything larger.
 inline constexpr std::size_t helloLimit = std::size_t{64} << 10;
 // Storage up to this size is kept for the next frames.
 inline constexpr std::size_t keptStorage = std::size_t{1} << 20;
 
-// What a message is on the wire: a program's message, and who sends it. Borrowed.
+// A program's message and who sends it. Borrowed.
 struct Outgoing {
     const MessageFields& message;
     const EndPointFields& sender;
-    const EndPointFields& source;
+
+    bool isBroadcast() const { return message.destinations.empty(); }
 };
 
 // The bytes that a message takes as a frame.
-std::size_t messageFrameSize(const Outgoing& outgoing);
-// Given that number.
-void appendMessage(Buffer& buffer, Kind kind, const Outgoing& outgoing, std::size_t size);
+std::size_t messageSize(const Outgoing& outgoing);
+void appendMessage(Buffer& buffer, const Outgoing& outgoing);
 // Throws std::runtime_error for one that other endpoints would refuse.
 Buffer makeHello(const EndPointFields& self);
 
