@@ -13,8 +13,7 @@ constexpr std::uint64_t nsPerMs = 1'000'000;
 constexpr std::uint64_t againMs = 200;            // between two attempts to reach a peer
 constexpr std::uint64_t refreshTimeoutMs = 1000;  // an endpoint that does not say Hello by then is listed when it does
 constexpr std::chrono::milliseconds patience(20); // with a refresh
-// While messages come one by one and soon after each other, as answers do, the library's thread polls for the next. A
-// round trip takes 0.5 of the time that it takes without this.
+// While messages come one by one and soon after each other, as answers do, the library's thread polls for the next.
 constexpr std::uint64_t soonNs = 500'000;
 constexpr std::uint64_t pollTimeNs = 100'000;
 

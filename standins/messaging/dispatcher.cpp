@@ -53,29 +53,19 @@ Value requestMessaging(const std::string& verb, const List& arguments) {
     return {};
 }
 
-void Dispatcher::AddMessageListener(Listener* listener) {
-    noteCall("AddMessageListener", listener);
-    callbacks_.add({Callbacks::Messages, listener});
-}
-void Dispatcher::RemoveMessageListener(Listener* listener) {
-    noteCall("RemoveMessageListener", listener);
-    callbacks_.remove({Callbacks::Messages, listener});
-}
-void Dispatcher::AddErrorListener(Listener* listener) {
-    noteCall("AddErrorListener", listener);
-    callbacks_.add({Callbacks::Errors, listener});
-}
-void Dispatcher::RemoveErrorListener(Listener* listener) {
-    noteCall("RemoveErrorListener", listener);
-    callbacks_.remove({Callbacks::Errors, listener});
-}
 void Dispatcher::RegisterEndPointsCallback(EndPointsCallback callback, void* context) {
-    noteCall("RegisterEndPointsCallback", context);
-    callbacks_.add({Callbacks::EndPoints, context, callback});
+    add("RegisterEndPointsCallback", {Callbacks::EndPoints, context, callback});
 }
 void Dispatcher::UnregisterEndPointsCallback(EndPointsCallback callback, void* context) {
-    noteCall("UnregisterEndPointsCallback", context);
-    callbacks_.remove({Callbacks::EndPoints, context, callback});
+    remove("UnregisterEndPointsCallback", {Callbacks::EndPoints, context, callback});
+}
+void Dispatcher::add(const char* operation, const Callbacks::Registration& registration) {
+    noteCall(operation, registration.target);
+    callbacks_.add(registration);
+}
+void Dispatcher::remove(const char* operation, const Callbacks::Registration& registration) {
+    noteCall(operation, registration.target);
+    callbacks_.remove(registration);
 }
 
 void Dispatcher::handOut(const std::vector<EndPoint>& list, EndPoint** array, std::size_t* count) {

@@ -21,10 +21,10 @@ public:
 
     // The contract's slots; any thread, by whoever holds an instance.
     void Reserved0() final {}
-    void AddMessageListener(Listener* listener) final;
-    void RemoveMessageListener(Listener* listener) final;
-    void AddErrorListener(Listener* listener) final;
-    void RemoveErrorListener(Listener* listener) final;
+    void AddMessageListener(Listener* one) final { add("AddMessageListener", {Callbacks::Messages, one}); }
+    void RemoveMessageListener(Listener* one) final { remove("RemoveMessageListener", {Callbacks::Messages, one}); }
+    void AddErrorListener(Listener* one) final { add("AddErrorListener", {Callbacks::Errors, one}); }
+    void RemoveErrorListener(Listener* one) final { remove("RemoveErrorListener", {Callbacks::Errors, one}); }
     void RegisterEndPointsCallback(EndPointsCallback callback, void* context) final;
     void UnregisterEndPointsCallback(EndPointsCallback callback, void* context) final;
     void ReleaseEndPoints(EndPoint* endPoints) override { delete[] endPoints; }
@@ -38,6 +38,8 @@ protected:
     int instances_ = 0; // with the lock of the static operations
 
 private:
+    void add(const char* operation, const Callbacks::Registration& registration);
+    void remove(const char* operation, const Callbacks::Registration& registration);
     // Any thread. An operation is called for a listener or context.
     virtual void noteCall(const char*, const void*) {}
 };

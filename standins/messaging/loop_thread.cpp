@@ -1,7 +1,7 @@
 #include "loop_thread.h"
 
-#include <condition_variable>
-#include <exception>
+#include <future>
+#include <memory>
 #include <stdexcept>
 
 namespace standins {
@@ -47,25 +47,11 @@ void LoopThread::run(const Task& task) {
         task();
         return;
     }
-    std::mutex mutex;
-    std::condition_variable ran;
-    bool done = false;
-    std::exception_ptr failure;
-    post([&] {
-        try {
-            task();
-        } catch (...) {
-            failure = std::current_exception();
-        }
-        // Notified under the lock, since the waiting thread destroys what it waits on.
-        const std::lock_guard lock(mutex);
-        done = true;
-        ran.notify_one();
-    });
-    std::unique_lock lock(mutex);
-    ran.wait(lock, [&] { return done; });
-    if (failure)
-        std::rethrow_exception(failure);
+    // Kept by the task, which may still be in its last steps when the wait is over.
+    const auto ran = std::make_shared<std::packaged_task<void()>>(task);
+    std::future<void> end = ran->get_future();
+    post([ran] { (*ran)(); });
+    end.get();
 }
 
 void LoopThread::runLoop() {
