@@ -36,7 +36,7 @@ public:
 
     // What follows may be called on any thread.
     const EndPointFields& self() const { return peers_.self(); }
-    // The other endpoints, in the order in which they were first seen.
+    // The other endpoints.
     std::vector<EndPoint> endPoints() const { return peers_.present(); }
     // Looks for endpoints in the folder. Whatever it finds, the endpoints callbacks follow.
     void refresh();

@@ -60,17 +60,12 @@ void Outbox::endWrite(wire::Buffer storage) {
 // ---- Any thread
 
 std::vector<EndPoint> Peers::present() const {
-    std::vector<const Peer*> present;
+    std::vector<EndPoint> endPoints;
     const std::lock_guard lock(mutex_);
     for (const auto& [id, peer] : peers_) {
         if (peer.isPresent)
-            present.push_back(&peer);
+            endPoints.push_back(makeEndPoint(peer.identity));
     }
-    std::sort(present.begin(), present.end(), [](const Peer* a, const Peer* b) { return a->order < b->order; });
-    std::vector<EndPoint> endPoints;
-    endPoints.reserve(present.size());
-    for (const Peer* peer : present)
-        endPoints.push_back(makeEndPoint(peer->identity));
     return endPoints;
 }
 
@@ -155,11 +150,8 @@ Peer* Peers::find(const std::string& id) {
 }
 
 Peer& Peers::add(const std::string& id) {
-    if (Peer* known = find(id))
-        return *known;
     const std::lock_guard lock(mutex_);
     Peer& peer = peers_[id];
-    peer.order = ++seen_;
     peer.identity.id = id;
     return peer;
 }

@@ -64,7 +64,6 @@ struct Peer {
     // Guarded by the lock of Peers and changed on the library thread, which therefore reads them without it. The outbox
     // is changed on any thread.
     EndPointFields identity;
-    std::size_t order = 0;  // in which it was first seen
     bool isPresent = false; // it has said who it is
     Outbox outbox;
 
@@ -81,7 +80,7 @@ public:
     // ---- Any thread
 
     const EndPointFields& self() const { return self_.identity; }
-    // The others that are present, in the order in which they were first seen.
+    // The others that are present.
     std::vector<EndPoint> present() const;
 
     struct Sent {
@@ -139,8 +138,7 @@ private:
     std::atomic<bool> hasHeard_ = false;
     mutable std::mutex mutex_;          // guards what follows; never held while anyone is called
     std::map<std::string, Peer> peers_; // entries are added and removed on the library thread only
-    std::size_t seen_ = 0;
-    Peer self_; // this endpoint; its identity is constant
+    Peer self_;                         // this endpoint; its identity is constant
     std::size_t refreshesAsked_ = 0;
     std::size_t refreshesEnded_ = 0;
     mutable std::condition_variable changed_;

@@ -11,6 +11,7 @@
 #include <memory>
 #include <mutex>
 #include <spawn.h>
+#include <sstream>
 #include <strings.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -59,17 +60,14 @@ std::optional<Interpreter> interpreterOf(const std::string& script) {
         return std::nullopt; // opening a pipe would wait for its other end
     char start[256] = {};
     std::ifstream(script, std::ios::binary).read(start, sizeof start - 1);
-    std::string line(start, std::strcspn(start, "\n"));
-    if (line.compare(0, 2, "#!") != 0)
+    if (start[0] != '#' || start[1] != '!')
         return std::nullopt;
-    constexpr char separators[] = " \t";
-    const std::size_t path = line.find_first_not_of(separators, 2);
-    if (path == std::string::npos)
-        return std::nullopt;
-    line.erase(line.find_last_not_of(separators) + 1);
-    const std::size_t pathEnd = line.find_first_of(separators, path);
-    const std::size_t argument = line.find_first_not_of(separators, pathEnd);
-    return Interpreter{line.substr(path, pathEnd - path), argument == std::string::npos ? "" : line.substr(argument)};
+    std::istringstream line(std::string(start + 2, std::strcspn(start + 2, "\n")));
+    Interpreter interpreter;
+    line >> interpreter.path;
+    std::getline(line >> std::ws, interpreter.argument);
+    interpreter.argument.erase(interpreter.argument.find_last_not_of(" \t") + 1);
+    return interpreter;
 }
 
 struct Process {

@@ -5,28 +5,20 @@
 
 namespace standins {
 
-namespace {
-
-auto isSameAs(const Callbacks::Registration& one) {
-    return [one](const Callbacks::Registration& other) {
-        return one.kind == other.kind && one.target == other.target && one.callback == other.callback;
-    };
-}
-
-} // namespace
-
 void Callbacks::add(const Registration& registration) {
     const std::lock_guard lock(mutex_);
-    if (std::none_of(registrations_.begin(), registrations_.end(), isSameAs(registration)))
+    if (Registration* known = find(registration))
+        known->kinds |= registration.kinds;
+    else
         registrations_.push_back(registration);
 }
 
 void Callbacks::remove(const Registration& registration) {
-    {
-        const std::lock_guard lock(mutex_);
-        registrations_.erase(std::remove_if(registrations_.begin(), registrations_.end(), isSameAs(registration)),
-                             registrations_.end());
-    }
+    std::unique_lock lock(mutex_);
+    Registration* known = find(registration);
+    if (known != nullptr && (known->kinds &= ~registration.kinds) == 0)
+        registrations_.erase(registrations_.begin() + (known - registrations_.data()));
+    lock.unlock();
     const std::lock_guard callHasEnded(calling_);
 }
 
@@ -36,8 +28,7 @@ void Callbacks::clear() {
 }
 
 void Callbacks::endPointsChanged() {
-    for (const Registration& registration : registered(EndPoints))
-        callOut(registration, [&] { registration.callback(registration.target); });
+    callOut(EndPoints, [](const Registration& registration) { registration.callback(registration.target); });
 }
 
 void Callbacks::received(const MessageFields& message) {
@@ -63,39 +54,36 @@ void Callbacks::unreachable(const EndPointFields& destination) {
 
 void Callbacks::deliver(const MessageFields& message, unsigned kinds) {
     withMessage(message, [&](const BrivonMessage& made) {
-        for (const Registration& registration : registered(kinds))
-            callOut(registration, [&] { static_cast<Listener*>(registration.target)->Receive(made); });
+        callOut(kinds, [&](const Registration& one) { static_cast<Listener*>(one.target)->Receive(made); });
     });
 }
 
-// Each target once.
-std::vector<Callbacks::Registration> Callbacks::registered(unsigned kinds) const {
-    std::vector<Registration> found;
-    const std::lock_guard lock(mutex_);
-    for (const Registration& registration : registrations_) {
-        const auto isSameTarget = [&](const Registration& other) {
-            return other.target == registration.target && other.callback == registration.callback;
-        };
-        if ((registration.kind & kinds) != 0 && std::none_of(found.begin(), found.end(), isSameTarget))
-            found.push_back(registration);
-    }
-    return found;
+Callbacks::Registration* Callbacks::find(const Registration& wanted) {
+    const auto found = std::find_if(registrations_.begin(), registrations_.end(), [&](const Registration& known) {
+        return known.target == wanted.target && known.callback == wanted.callback;
+    });
+    return found == registrations_.end() ? nullptr : &*found;
 }
 
-bool Callbacks::contains(const Registration& registration) const {
+bool Callbacks::isRegistered(const Registration& registration, unsigned kinds) {
     const std::lock_guard lock(mutex_);
-    return std::any_of(registrations_.begin(), registrations_.end(), isSameAs(registration));
+    const Registration* known = find(registration);
+    return known != nullptr && (known->kinds & kinds) != 0;
 }
 
 template <typename Call>
-void Callbacks::callOut(const Registration& registration, Call call) {
-    const std::lock_guard lock(calling_);
-    if (!contains(registration))
-        return;
-    try {
-        call();
-    } catch (const std::exception&) {
-        // Programs throw nothing into the library: this is what a script has thrown into the program, come back.
+void Callbacks::callOut(unsigned kinds, Call call) {
+    std::unique_lock lock(mutex_);
+    const std::vector<Registration> all = registrations_;
+    lock.unlock();
+    for (const Registration& registration : all) {
+        const std::lock_guard oneAtATime(calling_);
+        try {
+            if (isRegistered(registration, kinds))
+                call(registration);
+        } catch (const std::exception&) {
+            // Programs throw nothing into the library: this is what a script has thrown into the program, come back.
+        }
     }
 }
 

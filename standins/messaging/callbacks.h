@@ -16,7 +16,7 @@ public:
 
     enum Kind : unsigned { Messages = 1, Errors = 2, EndPoints = 4 };
     struct Registration {
-        Kind kind;
+        unsigned kinds;
         void* target; // the listener, or the context of the callback
         EndPointsCallback callback = nullptr;
     };
@@ -40,14 +40,15 @@ public:
     void deliver(const MessageFields& message, unsigned kinds);
 
 private:
-    bool contains(const Registration& registration) const;
-    std::vector<Registration> registered(unsigned kinds) const;
-    // Calls the target unless it has been removed.
+    // With the lock. The entry of that target; null where there is none.
+    Registration* find(const Registration& wanted);
+    bool isRegistered(const Registration& registration, unsigned kinds);
+    // Calls what is registered for one of these kinds, unless it is removed meanwhile.
     template <typename Call>
-    void callOut(const Registration& registration, Call call);
+    void callOut(unsigned kinds, Call call);
 
     std::recursive_mutex calling_; // held during a call; taken before the other one
-    mutable std::mutex mutex_;     // guards what follows
+    std::mutex mutex_;             // guards what follows
     std::vector<Registration> registrations_;
 };
 

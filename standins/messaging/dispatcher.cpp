@@ -53,21 +53,6 @@ Value requestMessaging(const std::string& verb, const List& arguments) {
     return {};
 }
 
-void Dispatcher::RegisterEndPointsCallback(EndPointsCallback callback, void* context) {
-    add("RegisterEndPointsCallback", {Callbacks::EndPoints, context, callback});
-}
-void Dispatcher::UnregisterEndPointsCallback(EndPointsCallback callback, void* context) {
-    remove("UnregisterEndPointsCallback", {Callbacks::EndPoints, context, callback});
-}
-void Dispatcher::add(const char* operation, const Callbacks::Registration& registration) {
-    noteCall(operation, registration.target);
-    callbacks_.add(registration);
-}
-void Dispatcher::remove(const char* operation, const Callbacks::Registration& registration) {
-    noteCall(operation, registration.target);
-    callbacks_.remove(registration);
-}
-
 void Dispatcher::handOut(const std::vector<EndPoint>& list, EndPoint** array, std::size_t* count) {
     *array = list.empty() ? nullptr : new EndPoint[list.size()];
     std::copy(list.begin(), list.end(), *array);

@@ -25,8 +25,12 @@ public:
     void RemoveMessageListener(Listener* one) final { remove("RemoveMessageListener", {Callbacks::Messages, one}); }
     void AddErrorListener(Listener* one) final { add("AddErrorListener", {Callbacks::Errors, one}); }
     void RemoveErrorListener(Listener* one) final { remove("RemoveErrorListener", {Callbacks::Errors, one}); }
-    void RegisterEndPointsCallback(EndPointsCallback callback, void* context) final;
-    void UnregisterEndPointsCallback(EndPointsCallback callback, void* context) final;
+    void RegisterEndPointsCallback(EndPointsCallback callback, void* context) final {
+        add("RegisterEndPointsCallback", {Callbacks::EndPoints, context, callback});
+    }
+    void UnregisterEndPointsCallback(EndPointsCallback callback, void* context) final {
+        remove("UnregisterEndPointsCallback", {Callbacks::EndPoints, context, callback});
+    }
     void ReleaseEndPoints(EndPoint* endPoints) override { delete[] endPoints; }
 
 protected:
@@ -38,8 +42,14 @@ protected:
     int instances_ = 0; // with the lock of the static operations
 
 private:
-    void add(const char* operation, const Callbacks::Registration& registration);
-    void remove(const char* operation, const Callbacks::Registration& registration);
+    void add(const char* operation, const Callbacks::Registration& registration) {
+        noteCall(operation, registration.target);
+        callbacks_.add(registration);
+    }
+    void remove(const char* operation, const Callbacks::Registration& registration) {
+        noteCall(operation, registration.target);
+        callbacks_.remove(registration);
+    }
     // Any thread. An operation is called for a listener or context.
     virtual void noteCall(const char*, const void*) {}
 };

@@ -7,10 +7,6 @@ namespace standins {
 
 namespace {
 
-BrivonMessageErrorCode toStatus(const Value& answer) {
-    return static_cast<BrivonMessageErrorCode>(answer.toInteger());
-}
-
 EndPointFields toFields(const Value& endPoint) {
     return {endPoint["id"].toText(), endPoint["appId"].toText(), endPoint["appVersion"].toText()};
 }
@@ -49,12 +45,12 @@ BrivonMessageErrorCode ScriptedDispatcher::setConfig(const char* first, const ch
     const Value answer = record("SetConfig", {first, second});
     const std::lock_guard lock(mutex_);
     configured_ = {"self", first, second};
-    return toStatus(answer);
+    return answer.toInteger<BrivonMessageErrorCode>();
 }
 
 BrivonMessageErrorCode ScriptedDispatcher::getInstance(IBrivonMessageDispatcher** dispatcher) {
     const Value answer = record("GetInstance");
-    const BrivonMessageErrorCode status = toStatus(answer);
+    const auto status = answer.toInteger<BrivonMessageErrorCode>();
     if (status != BrivonMessageErrorCode_Success || !answer["instance"].as<bool>(true))
         return status;
     if (instances_ == 0) {
@@ -84,10 +80,11 @@ BrivonMessageErrorCode ScriptedDispatcher::Send(const SuiteMessage& message) {
     List destinations;
     for (const EndPoint& destination : fields.destinations)
         destinations.push_back(toValue(destination));
-    return toStatus(record("Send", {Object{{"type", fields.type},
-                                           {"payload", fields.payload},
-                                           {"source", toValue(fields.source)},
-                                           {"destinations", std::move(destinations)}}}));
+    const Object sent{{"type", fields.type},
+                      {"payload", fields.payload},
+                      {"source", toValue(fields.source)},
+                      {"destinations", std::move(destinations)}};
+    return record("Send", {sent}).toInteger<BrivonMessageErrorCode>();
 }
 
 // A refresh is over when it returns, unless the script says that it ends later.

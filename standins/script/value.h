@@ -29,7 +29,10 @@ public:
         const Kind* value = std::get_if<Kind>(this);
         return value == nullptr ? otherwise : *value;
     }
-    std::int32_t toInteger() const { return static_cast<std::int32_t>(as<double>()); }
+    template <typename Integer = std::int32_t>
+    Integer toInteger() const {
+        return static_cast<Integer>(static_cast<std::int32_t>(as<double>()));
+    }
     std::string toText() const { return as<std::string>(); }
     // A property of an object; null where there is none.
     const Value& operator[](const char* name) const {
