@@ -1,8 +1,7 @@
 // The local bus: every endpoint listens under an address in the bus folder and connects to every other one it finds
 // there. Messages to a peer go through the connection that this side opened, which keeps their order; messages from a
 // peer come through the one that the peer opened. A peer at whose address nobody listens any more is gone.
-#ifndef STANDINS_BUS_BUS_H
-#define STANDINS_BUS_BUS_H
+#pragma once
 
 #include "bus_folder.h"
 #include "callbacks.h"
@@ -88,5 +87,3 @@ private:
 };
 
 } // namespace standins
-
-#endif

@@ -1,6 +1,5 @@
 // The folder in which the endpoints of one user on one bus find each other: one entry per endpoint, named by its id.
-#ifndef STANDINS_BUS_BUS_FOLDER_H
-#define STANDINS_BUS_BUS_FOLDER_H
+#pragma once
 
 #include <uv.h>
 
@@ -60,5 +59,3 @@ bool isEndPointId(const std::string& text);
 std::string newEndPointId();
 
 } // namespace standins
-
-#endif

@@ -1,7 +1,6 @@
 // One stream between two endpoints and the frames on it: a Hello in each direction, then messages from the side that
 // connected. Library thread only.
-#ifndef STANDINS_BUS_CONNECTION_H
-#define STANDINS_BUS_CONNECTION_H
+#pragma once
 
 #include "records.h"
 #include "wire.h"
@@ -89,5 +88,3 @@ private:
 };
 
 } // namespace standins
-
-#endif

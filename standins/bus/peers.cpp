@@ -119,16 +119,6 @@ std::vector<Peer*> Peers::addressed(const std::vector<EndPoint>& destinations, s
     return receivers;
 }
 
-void Peers::askRefresh() {
-    const std::lock_guard lock(mutex_);
-    ++refreshesAsked_;
-}
-
-std::size_t Peers::refreshesAsked() const {
-    const std::lock_guard lock(mutex_);
-    return refreshesAsked_;
-}
-
 bool Peers::awaitEmpty(std::chrono::milliseconds limit) {
     std::unique_lock lock(mutex_);
     return changed_.wait_for(lock, limit, [this] {

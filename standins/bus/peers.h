@@ -1,6 +1,5 @@
 // The endpoints as the bus knows them, and what waits for each.
-#ifndef STANDINS_BUS_PEERS_H
-#define STANDINS_BUS_PEERS_H
+#pragma once
 
 #include "connection.h"
 
@@ -94,8 +93,8 @@ public:
     Sent send(const wire::Outgoing& outgoing, std::size_t size);
 
     // Asks for a refresh of the endpoint list.
-    void askRefresh();
-    std::size_t refreshesAsked() const;
+    void askRefresh() { ++refreshesAsked_; }
+    std::size_t refreshesAsked() const { return refreshesAsked_; }
 
     // ---- Any thread but the library's. Each waits a bounded time, and answers whether it was long enough.
 
@@ -136,14 +135,12 @@ private:
     std::vector<Peer*> addressed(const std::vector<EndPoint>& destinations, std::vector<EndPointFields>& missing);
 
     std::atomic<bool> hasHeard_ = false;
+    std::atomic<std::size_t> refreshesAsked_ = 0;
     mutable std::mutex mutex_;          // guards what follows; never held while anyone is called
     std::map<std::string, Peer> peers_; // entries are added and removed on the library thread only
     Peer self_;                         // this endpoint; its identity is constant
-    std::size_t refreshesAsked_ = 0;
     std::size_t refreshesEnded_ = 0;
     mutable std::condition_variable changed_;
 };
 
 } // namespace standins
-
-#endif

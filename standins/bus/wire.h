@@ -3,8 +3,7 @@
 // A frame is a 32-bit length of what follows, a kind, and fields, each a 32-bit length and its bytes; numbers are in
 // the byte order of the machine, which both ends share. The first frame on a connection is a Hello in each direction;
 // then messages flow from the side that connected.
-#ifndef STANDINS_BUS_WIRE_H
-#define STANDINS_BUS_WIRE_H
+#pragma once
 
 #include "records.h"
 
@@ -67,5 +66,3 @@ bool parseMessage(const Frame& frame, MessageFields& message);
 bool parseHello(const Frame& frame, EndPointFields& peer);
 
 } // namespace standins::wire
-
-#endif

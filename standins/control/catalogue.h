@@ -1,6 +1,5 @@
 // The programs of a folder, and the processes that run them. Any thread.
-#ifndef STANDINS_CONTROL_CATALOGUE_H
-#define STANDINS_CONTROL_CATALOGUE_H
+#pragma once
 
 #include <cstdint>
 #include <optional>
@@ -22,5 +21,3 @@ bool isNameRunning(const std::string& name);
 bool launch(const std::string& path, const std::string& commandLine);
 
 } // namespace standins
-
-#endif

@@ -1,6 +1,5 @@
 // The controller over the catalogue.
-#ifndef STANDINS_CONTROL_CATALOGUE_CONTROLLER_H
-#define STANDINS_CONTROL_CATALOGUE_CONTROLLER_H
+#pragma once
 
 #include "catalogue.h"
 #include "controller.h"
@@ -58,5 +57,3 @@ private:
 };
 
 } // namespace standins
-
-#endif

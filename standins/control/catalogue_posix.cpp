@@ -24,15 +24,12 @@ namespace {
 
 // ---- Files
 
-bool endsWithExe(const std::string& name) {
-    return name.size() > 4 && strcasecmp(name.c_str() + name.size() - 4, ".exe") == 0;
-}
-
 // A regular file that may be executed here, or that is a program for Windows.
 bool isProgram(const std::string& path) {
     struct stat status {};
     return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
-           (endsWithExe(path) || access(path.c_str(), X_OK) == 0);
+           (strcasecmp(std::filesystem::path(path).extension().c_str(), ".exe") == 0 ||
+            access(path.c_str(), X_OK) == 0);
 }
 
 std::optional<std::string> realPath(const std::string& path) {

@@ -53,10 +53,6 @@ void Controller::GetAppPath(const char* targetSpecifier, char** path) {
         *path = copyOf(*found);
 }
 
-void Controller::ReleaseAppPath(char* path) {
-    delete[] path;
-}
-
 void Controller::GetSpecifiers(char*** list, size_t* count) {
     const std::vector<std::string> names = specifiers();
     *count = names.size();

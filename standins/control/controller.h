@@ -1,6 +1,5 @@
 // The contract's controller as both ways to be it have it: over the catalogue, and over the script.
-#ifndef STANDINS_CONTROL_CONTROLLER_H
-#define STANDINS_CONTROL_CONTROLLER_H
+#pragma once
 
 #include "BrivonControl.h"
 
@@ -21,7 +20,7 @@ public:
     // The contract's slots; any thread.
     void Reserved0() final {}
     void GetAppPath(const char* targetSpecifier, char** path) final;
-    void ReleaseAppPath(char* path) override;
+    void ReleaseAppPath(char* path) override { delete[] path; }
     void GetSpecifiers(char*** list, size_t* count) final;
     void ReleaseSpecifiers(char** list, size_t count) override;
 
@@ -35,5 +34,3 @@ private:
 };
 
 } // namespace standins
-
-#endif

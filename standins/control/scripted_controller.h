@@ -1,6 +1,5 @@
 // The controller over the script: every call is recorded, and answered as the script says.
-#ifndef STANDINS_CONTROL_SCRIPTED_CONTROLLER_H
-#define STANDINS_CONTROL_SCRIPTED_CONTROLLER_H
+#pragma once
 
 #include "controller.h"
 #include "script.h"
@@ -92,5 +91,3 @@ private:
 };
 
 } // namespace standins
-
-#endif

@@ -1,6 +1,5 @@
 // The dispatcher over the bus.
-#ifndef STANDINS_MESSAGING_BUS_DISPATCHER_H
-#define STANDINS_MESSAGING_BUS_DISPATCHER_H
+#pragma once
 
 #include "bus.h"
 #include "dispatcher.h"
@@ -32,5 +31,3 @@ private:
 };
 
 } // namespace standins
-
-#endif

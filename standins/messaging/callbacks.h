@@ -1,6 +1,5 @@
 // The program as the library calls it: its listeners and endpoints callbacks, one call at a time.
-#ifndef STANDINS_MESSAGING_CALLBACKS_H
-#define STANDINS_MESSAGING_CALLBACKS_H
+#pragma once
 
 #include "records.h"
 
@@ -53,5 +52,3 @@ private:
 };
 
 } // namespace standins
-
-#endif

@@ -1,6 +1,5 @@
 // The contract's dispatcher as both ways to be it have it: over the bus, and over the script.
-#ifndef STANDINS_MESSAGING_DISPATCHER_H
-#define STANDINS_MESSAGING_DISPATCHER_H
+#pragma once
 
 #include "callbacks.h"
 
@@ -55,5 +54,3 @@ private:
 };
 
 } // namespace standins
-
-#endif

@@ -1,6 +1,5 @@
 // The one thread of a library: a libuv loop that runs what it is given, in order.
-#ifndef STANDINS_MESSAGING_LOOP_THREAD_H
-#define STANDINS_MESSAGING_LOOP_THREAD_H
+#pragma once
 
 #include <uv.h>
 
@@ -50,5 +49,3 @@ private:
 };
 
 } // namespace standins
-
-#endif

@@ -195,8 +195,5 @@ std::string textOf(const EndPointFields& endPoint) {
 bool isErrorType(const std::string& type) {
     return type == ErrorMessage::TYPE;
 }
-bool isSuiteType(const std::string& type) {
-    return type.rfind(SuiteMessage::TYPE_PREFIX, 0) == 0;
-}
 
 } // namespace standins

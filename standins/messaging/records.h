@@ -1,6 +1,5 @@
 // What stands behind the contract's value classes in this library.
-#ifndef STANDINS_MESSAGING_RECORDS_H
-#define STANDINS_MESSAGING_RECORDS_H
+#pragma once
 
 #include "BrivonMessage5.h"
 
@@ -44,7 +43,6 @@ const MessageFields& fieldsOf(const SuiteMessage& message);
 std::string textOf(const EndPointFields& endPoint);
 
 bool isErrorType(const std::string& type);
-bool isSuiteType(const std::string& type);
 
 // A message of the library's own making, which borrows its fields.
 template <typename Message>
@@ -62,12 +60,10 @@ template <typename Use>
 void withMessage(const MessageFields& fields, Use use) {
     if (isErrorType(fields.type))
         use(Borrowing<ErrorMessage>(fields));
-    else if (isSuiteType(fields.type))
+    else if (fields.type.rfind(SuiteMessage::TYPE_PREFIX, 0) == 0)
         use(Borrowing<SuiteMessage>(fields, nullptr));
     else
         use(Borrowing<BrivonMessage>(fields, nullptr));
 }
 
 } // namespace standins
-
-#endif

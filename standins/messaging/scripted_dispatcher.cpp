@@ -34,7 +34,7 @@ void ScriptedDispatcher::noteCall(const char* operation, const void* target) {
     auto found = std::find(labels_.begin(), labels_.end(), target);
     if (found == labels_.end())
         found = labels_.insert(labels_.end(), target);
-    const auto label = static_cast<int>(found - labels_.begin()) + 1;
+    const auto label = static_cast<double>(found - labels_.begin() + 1);
     lock.unlock();
     record(operation, {label});
 }
@@ -126,18 +126,15 @@ Value ScriptedDispatcher::request(const std::string& verb, const List& arguments
         const std::lock_guard lock(mutex_);
         self_ = toFields(arguments.at(0));
     } else {
-        if (verb == "reset")
-            reset();
+        if (verb == "reset") {
+            const std::lock_guard lock(mutex_);
+            labels_.clear();
+            self_.reset();
+            endPoints_.clear();
+        }
         return script_.request(verb, arguments);
     }
     return {};
-}
-
-void ScriptedDispatcher::reset() {
-    const std::lock_guard lock(mutex_);
-    labels_.clear();
-    self_.reset();
-    endPoints_.clear();
 }
 
 void ScriptedDispatcher::deliver(const Value& message) {

@@ -1,6 +1,5 @@
 // The dispatcher over the script: every call is recorded, and answered as the script says.
-#ifndef STANDINS_MESSAGING_SCRIPTED_DISPATCHER_H
-#define STANDINS_MESSAGING_SCRIPTED_DISPATCHER_H
+#pragma once
 
 #include "dispatcher.h"
 #include "loop_thread.h"
@@ -35,7 +34,6 @@ private:
     Value record(const char* operation, List arguments = {});
     // Records a stable name for the pointer: 1, 2, … in the order in which they are first seen.
     void noteCall(const char* operation, const void* target) override;
-    void reset();
     void deliver(const Value& message);
     void setEndPoints(const Value& endPoints);
 
@@ -54,5 +52,3 @@ private:
 };
 
 } // namespace standins
-
-#endif

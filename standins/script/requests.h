@@ -13,8 +13,7 @@
 //   setSelf(endpoint)
 // and control
 //   releaseLaunches()     Lets go of every launch that is held back now.
-#ifndef STANDINS_SCRIPT_REQUESTS_H
-#define STANDINS_SCRIPT_REQUESTS_H
+#pragma once
 
 #include "value.h"
 
@@ -27,5 +26,3 @@ BRIVON_MESSAGE5_API Value requestMessaging(const std::string& verb, const List& 
 BRIVON_CONTROL_API Value requestControl(const std::string& verb, const List& arguments);
 
 } // namespace standins
-
-#endif

@@ -1,6 +1,5 @@
 // The script of a stand-in: it records every call that a program makes of the library and gives the answers set for it.
-#ifndef STANDINS_SCRIPT_SCRIPT_H
-#define STANDINS_SCRIPT_SCRIPT_H
+#pragma once
 
 #include "value.h"
 
@@ -33,5 +32,3 @@ private:
 };
 
 } // namespace standins
-
-#endif

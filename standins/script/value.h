@@ -1,6 +1,5 @@
 // A value that crosses between a stand-in and a script: what JavaScript would write as a literal.
-#ifndef STANDINS_SCRIPT_VALUE_H
-#define STANDINS_SCRIPT_VALUE_H
+#pragma once
 
 #include <cstdint>
 #include <map>
@@ -20,8 +19,6 @@ public:
     using variant::variant;
     Value(const char* text)
         : variant(text == nullptr ? variant() : variant(std::string(text))) {}
-    Value(int number)
-        : variant(static_cast<double>(number)) {}
 
     bool isNull() const { return std::holds_alternative<std::monostate>(*this); }
     template <typename Kind>
@@ -44,5 +41,3 @@ public:
 };
 
 } // namespace standins
-
-#endif
