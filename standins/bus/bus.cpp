@@ -10,7 +10,8 @@ namespace {
 constexpr auto statusMessageTooLarge = static_cast<BrivonMessageErrorCode>(2);
 
 constexpr std::uint64_t nsPerMs = 1'000'000;
-constexpr std::uint64_t againMs = 200;            // between two attempts to reach a peer
+constexpr std::uint64_t triesApartMs = 200;       // at least, for one peer
+constexpr std::uint64_t againMs = 220;            // more than that, since a loop's timers may be early by a turn
 constexpr std::uint64_t refreshTimeoutMs = 1000;  // an endpoint that does not say Hello by then is listed when it does
 constexpr std::chrono::milliseconds patience(20); // with a refresh
 // While messages come one by one and soon after each other, as answers do, the library's thread polls for the next.
@@ -105,10 +106,8 @@ void Bus::scan() {
 
 void Bus::connectTo(Peer& peer) {
     const std::uint64_t now = uv_hrtime();
-    if (now - peer.triedAt < againMs * nsPerMs) {
-        lookAgain();
-        return;
-    }
+    if (now - peer.triedAt < triesApartMs * nsPerMs)
+        return lookAgain();
     peer.triedAt = now;
     peer.isLost = false;
     peer.out = new Connection(*this, thread_.loop(), hello_, peer.identity.id);
