@@ -11,7 +11,7 @@ constexpr auto statusMessageTooLarge = static_cast<BrivonMessageErrorCode>(2);
 
 constexpr std::uint64_t nsPerMs = 1'000'000;
 constexpr std::uint64_t triesApartMs = 200;       // at least, for one peer
-constexpr std::uint64_t againMs = 220;            // more than that, since a loop's timers may be early by a turn
+constexpr std::uint64_t againMs = 220;            // a little longer, since timers may be early
 constexpr std::uint64_t refreshTimeoutMs = 1000;  // an endpoint that does not say Hello by then is listed when it does
 constexpr std::chrono::milliseconds patience(20); // with a refresh
 // While messages come one by one and soon after each other, as answers do, the library's thread polls for the next.
@@ -183,7 +183,7 @@ void Bus::close(Connection& connection) {
     connection.close();
 }
 
-// What a lost peer sent before it went is read first.
+// What a lost peer has sent is read first.
 void Bus::eraseLost(const std::string& id) {
     const bool isHeard = std::any_of(connections_.begin(), connections_.end(), [&id](const Connection* connection) {
         return !connection->isOutbound() && connection->peerId() == id;
@@ -266,14 +266,14 @@ void Bus::startRefresh() {
     const std::size_t asked = peers_.refreshesAsked();
     if (asked == std::exchange(refreshesScanned_, asked))
         return;
-    // One under way keeps its end: refreshes that follow each other closely must not put it off for ever.
+    // A pending refresh keeps its start: frequent requests must not postpone its end for ever.
     if (refreshingSince_ == 0)
         refreshingSince_ = uv_hrtime();
     scan();
     settleRefresh();
 }
 
-// A refresh is over when every endpoint that was found has said who it is, or has not in time.
+// A refresh is over when every endpoint that was found has said who it is, or when its time is up.
 void Bus::settleRefresh() {
     if (refreshingSince_ == 0)
         return;
@@ -290,7 +290,7 @@ void Bus::settleRefresh() {
     peers_.endRefreshes(asked);
 }
 
-// A refresh under way ends with the same event.
+// A pending refresh ends with the same event.
 void Bus::changed() {
     if (refreshingSince_ == 0)
         callbacks_.endPointsChanged();

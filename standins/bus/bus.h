@@ -37,10 +37,9 @@ public:
     const EndPointFields& self() const { return peers_.self(); }
     // The other endpoints.
     std::vector<EndPoint> endPoints() const { return peers_.present(); }
-    // Looks for endpoints in the folder. Whatever it finds, the endpoints callbacks follow.
+    // Looks for endpoints in the folder. The endpoints callbacks follow, even if nothing has changed.
     void refresh();
-    // On another thread than the library's, waits a moment for the answer to become false, which saves callers that
-    // poll a much longer sleep.
+    // Waits a moment for the refresh to end, except on the library's thread: callers sleep much longer between polls.
     bool isRefreshing() const;
     // Never waits for a receiver.
     BrivonMessageErrorCode send(const MessageFields& message);

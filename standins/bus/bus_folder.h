@@ -11,7 +11,7 @@
 
 namespace standins {
 
-// A pipe that is closed with its owner, which is the loop's thread, and deleted after that.
+// Closes the pipe, on the loop's thread; it is deleted after that.
 struct ClosePipe {
     void operator()(uv_pipe_t* pipe) const;
 };
@@ -30,7 +30,7 @@ public:
     Listener listen(uv_loop_t* loop, const std::string& id, void* owner, uv_connection_cb connected) const;
     // Removes the entry of an endpoint that is gone.
     void remove(const std::string& id) const;
-    // The ids of all entries; nothing when they cannot be read now. Removes what endpoints have left that ended before
+    // The ids of all entries; nothing when they cannot be read now. Removes the remains of endpoints that ended before
     // they were visible.
     std::optional<std::vector<std::string>> list() const;
 
@@ -45,7 +45,7 @@ private:
     static void makePrivateFolder(const std::filesystem::path& path);
     // The address to bind before publishing.
     std::string unpublishedAddress(const std::string& id) const;
-    // False: another endpoint took what was bound for abandoned, and removed it. Throws std::runtime_error.
+    // False: another endpoint found the bound socket abandoned and removed it. Throws std::runtime_error.
     bool publish(const std::string& id) const;
     // Removes an entry that no endpoint has published or will publish.
     static void removeIfAbandoned(const std::filesystem::path& entry);

@@ -70,7 +70,7 @@ bool BusFolder::publish(const std::string& id) const {
     throw std::runtime_error("cannot publish an endpoint in " + path_.string() + ": " + std::strerror(errno));
 }
 
-// A socket that is bound and does not listen yet is taken for abandoned too; its endpoint then begins anew.
+// A socket that is bound but does not listen yet looks abandoned, too. Its endpoint then binds again.
 void BusFolder::removeIfAbandoned(const std::filesystem::path& entry) {
     if (entry.extension() == unpublished && isEndPointId(entry.stem().string()) && isRefused(entry.string()))
         unlink(entry.c_str());

@@ -1,5 +1,5 @@
-// Entries are empty files; the endpoints listen on named pipes, which have a space of names of their own. The user's
-// own application data is closed to other users by the system, and so are pipes for writing.
+// Entries are empty files. The endpoints listen on named pipes, whose names are in no folder. The system closes the
+// user's application data to other users, and pipes for writing.
 #include "bus_folder.h"
 
 #include <fstream>

@@ -11,7 +11,7 @@ namespace standins {
 
 namespace {
 
-[[maybe_unused]] constexpr std::uint64_t pauseNs = 50'000;
+[[maybe_unused]] constexpr std::uint64_t pauseNs = 1'000'000;
 
 }
 

@@ -21,21 +21,21 @@ class Outbox {
 public:
     static constexpr std::size_t limit = std::size_t{64} << 20;
 
-    // Whether one frame more may wait. Where nothing waits, it always may.
+    // Whether one more frame may wait. It always may where nothing waits.
     bool hasCapacityFor(std::size_t size) const { return isEmpty() || queued() + size <= limit; }
     void append(const wire::Outgoing& outgoing) { wire::appendMessage(waiting_, outgoing); }
     // Notes that a frame did not fit. True for the first one since another did: the sender is to hear of it.
     bool refuse();
-    // Neither waits anything, nor is a write under way.
+    // Nothing waits and no write is under way.
     bool isEmpty() const { return queued() == 0; }
     bool isWaiting() const { return !waiting_.empty(); }
     const wire::Buffer& waiting() const { return waiting_; }
 
     // The only frame that waits leaves on the sender's thread, as far as the socket takes it without waiting. A frame
-    // that answers nothing and follows another within 50 us is left to the library's thread, which writes many at a
+    // that answers nothing and follows another within 1 ms is left to the library's thread, which writes many at a
     // time. A round trip takes 0.5 of the time that it takes without this.
     void writeNow(bool isAnswer);
-    // The connection's, or -1 without one. A new connection gets the whole of a frame that the last one got a part of.
+    // That of the connection; -1 while there is none. A frame of which the last connection got a part is sent again.
     void setDescriptor(int descriptor);
 
     struct Write {

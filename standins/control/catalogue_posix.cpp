@@ -115,7 +115,7 @@ bool runs(const Process& process, Condition condition) {
     return false;
 }
 
-// The processes that we started stay in the system's table, as ended, until we have asked for them.
+// Ended children stay in the system's process table until their parent has asked for them.
 void forgetEndedChildren(std::optional<pid_t> started = {}) {
     // Never destroyed: a launch may be under way while the process exits.
     static std::mutex& mutex = *new std::mutex;

@@ -27,8 +27,8 @@ bool isSameName(const std::wstring& one, const std::wstring& other) {
 // Nothing for a name that is no Unicode text, which the system allows.
 std::optional<std::string> toUtf8(const std::wstring& name) {
     const int size = static_cast<int>(name.size());
-    const auto convert = [&](char* to, int room) {
-        return WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, name.data(), size, to, room, nullptr, nullptr);
+    const auto convert = [&](char* to, int capacity) {
+        return WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, name.data(), size, to, capacity, nullptr, nullptr);
     };
     std::string text(static_cast<std::size_t>(convert(nullptr, 0)), '\0');
     if (text.empty())

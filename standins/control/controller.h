@@ -1,4 +1,4 @@
-// The contract's controller as both ways to be it have it: over the catalogue, and over the script.
+// What the controller over the catalogue and the controller over the script have in common.
 #pragma once
 
 #include "BrivonControl.h"

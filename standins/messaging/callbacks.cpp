@@ -82,7 +82,7 @@ void Callbacks::callOut(unsigned kinds, Call call) {
             if (isRegistered(registration, kinds))
                 call(registration);
         } catch (const std::exception&) {
-            // Programs throw nothing into the library: this is what a script has thrown into the program, come back.
+            // A program throws nothing of its own: a script has made one of the program's own calls throw this.
         }
     }
 }

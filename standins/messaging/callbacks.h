@@ -22,7 +22,7 @@ public:
 
     // Any thread. Adding twice is adding once.
     void add(const Registration& registration);
-    // Any thread. Waits until a call that is under way has ended, unless it is that call which removes something.
+    // Any thread. Waits for a call that is under way, unless it is made from within that call.
     void remove(const Registration& registration);
     void clear();
 

@@ -1,4 +1,4 @@
-// The contract's dispatcher as both ways to be it have it: over the bus, and over the script.
+// What the dispatcher over the bus and the dispatcher over the script have in common.
 #pragma once
 
 #include "callbacks.h"

@@ -33,7 +33,7 @@ EndPoint::EndPoint()
 EndPoint::EndPoint(const EndPoint& other)
     : fields_(new EndPointFields(endPointFields(other.fields_))) {}
 EndPoint& EndPoint::operator=(const EndPoint& other) {
-    // What is equal stays as it is: programs read their own endpoint while it is assigned anew.
+    // Equal fields are left alone: a program may read its own endpoint on another thread while it is assigned again.
     if (this != &other && !(endPointFields(fields_) == endPointFields(other.fields_)))
         endPointFields(fields_) = endPointFields(other.fields_);
     return *this;

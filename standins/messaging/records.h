@@ -1,4 +1,4 @@
-// What stands behind the contract's value classes in this library.
+// The fields behind the contract's value classes.
 #pragma once
 
 #include "BrivonMessage5.h"
@@ -55,7 +55,7 @@ struct Borrowing final : Message {
     ~Borrowing() override { this->fields_ = nullptr; }
 };
 
-// Makes a message of the class that its type demands and hands it over for the duration of the call.
+// Calls use with a message of the class that its type demands.
 template <typename Use>
 void withMessage(const MessageFields& fields, Use use) {
     if (isErrorType(fields.type))

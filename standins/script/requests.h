@@ -1,8 +1,8 @@
 // What the addon asks of each stand-in. Any thread but the libraries'.
 //
 // Both have answer(operation, answer, times), takeCalls(), reset() and
-//   switchOn()            The library answers from its script from now on. Throws std::runtime_error when the program
-//                         already uses what is real.
+//   switchOn()            The library answers from its script from now on. Throws std::runtime_error when an adapter of
+//                         the program already uses the real bus or catalogue.
 // Messaging also has
 //   busFolder()           The folder of the real bus, made where it is missing. Throws std::runtime_error where a first
 //                         adapter could not join. Null on the script.
