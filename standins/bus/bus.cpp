@@ -216,7 +216,7 @@ BrivonMessageErrorCode Bus::send(const MessageFields& message) {
         return statusMessageTooLarge;
     }
     Peers::Sent sent = peers_.send(outgoing, size);
-    if (sent.isWaiting)
+    if (sent.isToBeWritten)
         uv_async_send(&writeWake_);
     if (!sent.full.empty() || !sent.missing.empty())
         later([this, full = std::move(sent.full), missing = std::move(sent.missing)] {

@@ -86,11 +86,11 @@ Peers::Sent Peers::send(const wire::Outgoing& outgoing, std::size_t size) {
         return {statusQueueFull, {}, std::move(sent.full)};
     std::for_each(receivers.begin(), full, [&](Peer* receiver) {
         Outbox& outbox = receiver->outbox;
-        const bool isOnly = outbox.isEmpty() && receivers.size() == 1;
+        const bool isFirst = outbox.isEmpty();
         outbox.append(outgoing);
-        if (isOnly)
+        if (isFirst && receivers.size() == 1)
             outbox.writeNow(hasHeard_.exchange(false));
-        sent.isWaiting = sent.isWaiting || outbox.isWaiting();
+        sent.isToBeWritten = sent.isToBeWritten || (isFirst && outbox.isWaiting());
     });
     return sent;
 }

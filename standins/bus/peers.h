@@ -86,7 +86,7 @@ public:
         BrivonMessageErrorCode status = BrivonMessageErrorCode_Success;
         std::vector<EndPointFields> missing; // destinations that are not there
         std::vector<EndPointFields> full;    // receivers without capacity, each once until it has had capacity again
-        bool isWaiting = false;              // something is to be written
+        bool isToBeWritten = false;          // by the library's thread, which does not know it yet
     };
     // Queues the frame of a message. A broadcast goes to everyone who has capacity; a message with destinations to all
     // of them that are there, or, when one has no capacity, to none.
@@ -116,7 +116,7 @@ public:
     void hear() { hasHeard_ = true; }
     // The peer is gone; so is its entry.
     Peer remove(const std::string& id);
-    // As many refreshes as that have been asked for are over.
+    // Of the refreshes asked for, this many are over.
     void endRefreshes(std::size_t asked);
 
     struct Write {
