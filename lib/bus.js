@@ -12,7 +12,7 @@ function openBus() {
     if (addon === undefined) return undefined;
     const standins = load(addon);
     try {
-        standins.checkBus();
+        standins.messaging('busFolder');
     } catch (cause) {
         throw Object.assign(new Error(cause.message, { cause }), { code: 'ERR_BRIVONJS_BUS' });
     }

@@ -33,7 +33,7 @@ function* examine() {
             : right(subject, 'the module loads');
         if (kind !== 'standins' || addon === undefined) return;
         subject = 'bus';
-        load(addon).checkBus();
+        load(addon).messaging('busFolder');
         yield right(subject, busFolder());
     } catch (error) {
         yield wrong(subject, error.message);

@@ -1,6 +1,5 @@
-// The programs of a folder, and the processes that run them. Keeps nothing but the folder; any thread.
-#ifndef STANDINS_CONTROL_CATALOGUE_H
-#define STANDINS_CONTROL_CATALOGUE_H
+// The programs of a folder, and the processes that run them. Any thread.
+#pragma once
 
 #include <cstdint>
 #include <optional>
@@ -9,23 +8,10 @@
 
 namespace standins {
 
-class Catalogue {
-public:
-    Catalogue() = default;
-    // An empty folder, or one that is not there, holds no programs.
-    explicit Catalogue(std::string folder)
-        : folder_(std::move(folder)) {}
-
-    // The names of the programs, sorted by bytes.
-    std::vector<std::string> names() const;
-    // The absolute path of a program of the folder; nothing for any other name, and for one that would leave the
-    // folder.
-    std::optional<std::string> pathOf(const std::string& name) const;
-
-private:
-    std::string folder_;
-};
-
+// The names of the programs in the folder, sorted by bytes. An empty path, and a folder that is not there, have none.
+std::vector<std::string> programsIn(const std::string& folder);
+// The absolute path of a program of the folder; nothing for any other name, and for one that would leave the folder.
+std::optional<std::string> pathOfProgram(const std::string& folder, const std::string& name);
 // The id of a process that runs the program: of several, the lowest. 0 when none does.
 std::int32_t processRunning(const std::string& path);
 // Whether any process runs a program of this file name, in whatever folder.
@@ -35,5 +21,3 @@ bool isNameRunning(const std::string& name);
 bool launch(const std::string& path, const std::string& commandLine);
 
 } // namespace standins
-
-#endif

@@ -1,5 +1,4 @@
 #include "catalogue.h"
-#include "command_line.h"
 
 #include <algorithm>
 #include <climits>
@@ -12,24 +11,25 @@
 #include <memory>
 #include <mutex>
 #include <spawn.h>
+#include <sstream>
 #include <strings.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 
 namespace standins {
 
 namespace {
 
-bool endsWithExe(const std::string& name) {
-    return name.size() > 4 && strcasecmp(name.c_str() + name.size() - 4, ".exe") == 0;
-}
+// ---- Files
 
 // A regular file that may be executed here, or that is a program for Windows.
 bool isProgram(const std::string& path) {
     struct stat status {};
     return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
-           (endsWithExe(path) || access(path.c_str(), X_OK) == 0);
+           (strcasecmp(std::filesystem::path(path).extension().c_str(), ".exe") == 0 ||
+            access(path.c_str(), X_OK) == 0);
 }
 
 std::optional<std::string> realPath(const std::string& path) {
@@ -57,17 +57,14 @@ std::optional<Interpreter> interpreterOf(const std::string& script) {
         return std::nullopt; // opening a pipe would wait for its other end
     char start[256] = {};
     std::ifstream(script, std::ios::binary).read(start, sizeof start - 1);
-    std::string line(start, std::strcspn(start, "\n"));
-    if (line.compare(0, 2, "#!") != 0)
+    if (start[0] != '#' || start[1] != '!')
         return std::nullopt;
-    constexpr char blanks[] = " \t";
-    const std::size_t path = line.find_first_not_of(blanks, 2);
-    if (path == std::string::npos)
-        return std::nullopt;
-    line.erase(line.find_last_not_of(blanks) + 1);
-    const std::size_t pathEnd = line.find_first_of(blanks, path);
-    const std::size_t argument = line.find_first_not_of(blanks, pathEnd);
-    return Interpreter{line.substr(path, pathEnd - path), argument == std::string::npos ? "" : line.substr(argument)};
+    std::istringstream line(std::string(start + 2, std::strcspn(start + 2, "\n")));
+    Interpreter interpreter;
+    line >> interpreter.path;
+    std::getline(line >> std::ws, interpreter.argument);
+    interpreter.argument.erase(interpreter.argument.find_last_not_of(" \t") + 1);
+    return interpreter;
 }
 
 struct Process {
@@ -118,42 +115,78 @@ bool runs(const Process& process, Condition condition) {
     return false;
 }
 
-// The ids of the processes of which the condition holds for the program that they run, ascending.
-template <typename Condition>
-std::vector<std::int32_t> processesWhere(Condition condition) {
-    std::vector<std::int32_t> processes;
-    visitFolder("/proc", [&](const std::string& name) {
-        if (name.find_first_not_of("0123456789") != std::string::npos)
-            return;
-        const std::optional<Process> process = readProcess(name);
-        if (process && runs(*process, condition))
-            processes.push_back(static_cast<std::int32_t>(std::strtol(name.c_str(), nullptr, 10)));
-    });
-    std::sort(processes.begin(), processes.end());
-    return processes;
+// Ended children stay in the system's process table until their parent has asked for them.
+void forgetEndedChildren(std::optional<pid_t> started = {}) {
+    // Never destroyed: a launch may be under way while the process exits.
+    static std::mutex& mutex = *new std::mutex;
+    static std::vector<pid_t>& children = *new std::vector<pid_t>;
+    const std::lock_guard lock(mutex);
+    const auto hasEnded = [](pid_t child) { return waitpid(child, nullptr, WNOHANG) != 0; };
+    children.erase(std::remove_if(children.begin(), children.end(), hasEnded), children.end());
+    if (started)
+        children.push_back(*started);
 }
 
-// Processes that we started stay in the system's table, as ended, until we have asked for them.
-class Children {
-public:
-    void add(pid_t child) {
-        const std::lock_guard lock(mutex_);
-        children_.push_back(child);
-    }
-    void forgetEnded() {
-        const std::lock_guard lock(mutex_);
-        const auto hasEnded = [](pid_t child) { return waitpid(child, nullptr, WNOHANG) != 0; };
-        children_.erase(std::remove_if(children_.begin(), children_.end(), hasEnded), children_.end());
-    }
+// The lowest id of the processes of which the condition holds for the program that they run; 0 for none.
+template <typename Condition>
+std::int32_t findProcess(Condition condition) {
+    forgetEndedChildren();
+    std::int32_t found = 0;
+    visitFolder("/proc", [&](const std::string& name) {
+        const auto id = static_cast<std::int32_t>(std::strtol(name.c_str(), nullptr, 10));
+        const std::optional<Process> process = id == 0 ? std::nullopt : readProcess(name);
+        if (process && (found == 0 || id < found) && runs(*process, condition))
+            found = id;
+    });
+    return found;
+}
 
-private:
-    std::mutex mutex_;
-    std::vector<pid_t> children_;
-};
+// ---- Launching
 
-Children& children() {
-    static Children& all = *new Children; // never destroyed: a launch may be under way while the process exits
-    return all;
+constexpr char blanks[] = " \t\n";
+constexpr char escapable[] = "\"\\$`\n"; // between double quotes
+
+bool isOneOf(char c, const char* set) {
+    return c != '\0' && std::strchr(set, c) != nullptr;
+}
+
+// Splits a command line as a shell does, expanding nothing. Blanks separate arguments; single quotes keep everything,
+// double quotes all but \" \\ \$ \` and an escaped line end, a backslash elsewhere the next character. Nothing when a
+// quotation or an escape is not finished.
+std::optional<std::vector<std::string>> splitCommandLine(const std::string& line) {
+    std::vector<std::string> arguments;
+    std::optional<std::string> argument; // the one being read; "" is an argument too
+    char quote = '\0';
+    for (std::size_t i = 0; i < line.size(); ++i) {
+        const char c = line[i];
+        if (quote == '\0' && isOneOf(c, blanks)) {
+            if (argument)
+                arguments.push_back(*std::exchange(argument, std::nullopt));
+            continue;
+        }
+        if (!argument)
+            argument.emplace();
+        if (c == quote) {
+            quote = '\0';
+        } else if (quote == '\0' && (c == '\'' || c == '"')) {
+            quote = c;
+        } else if (c == '\\' && quote != '\'') {
+            if (i + 1 == line.size())
+                return std::nullopt;
+            const char next = line[++i];
+            if (quote == '"' && !isOneOf(next, escapable))
+                *argument += c;
+            if (next != '\n')
+                *argument += next;
+        } else {
+            *argument += c;
+        }
+    }
+    if (quote != '\0')
+        return std::nullopt;
+    if (argument)
+        arguments.push_back(*argument);
+    return arguments;
 }
 
 std::optional<pid_t> spawn(const std::vector<char*>& argv) {
@@ -180,43 +213,36 @@ std::optional<pid_t> spawn(const std::vector<char*>& argv) {
 
 } // namespace
 
-std::vector<std::string> Catalogue::names() const {
+std::vector<std::string> programsIn(const std::string& folder) {
     std::vector<std::string> names;
-    visitFolder(folder_, [&](const std::string& name) {
-        if (isProgram(folder_ + "/" + name))
+    visitFolder(folder, [&](const std::string& name) {
+        if (isProgram(folder + "/" + name))
             names.push_back(name);
     });
     std::sort(names.begin(), names.end());
     return names;
 }
 
-std::optional<std::string> Catalogue::pathOf(const std::string& name) const {
-    if (name.empty() || name == "." || name == ".." || name.find('/') != std::string::npos || folder_.empty())
+std::optional<std::string> pathOfProgram(const std::string& folder, const std::string& name) {
+    if (name.empty() || name == "." || name == ".." || name.find('/') != std::string::npos || folder.empty())
         return std::nullopt;
-    const std::optional<std::string> folder = realPath(folder_);
-    if (!folder)
-        return std::nullopt;
-    std::string path = (*folder == "/" ? "" : *folder) + "/" + name;
-    return isProgram(path) ? std::optional<std::string>(std::move(path)) : std::nullopt;
+    const std::optional<std::string> real = realPath(folder);
+    const std::string path = (real == "/" ? "" : real.value_or("")) + "/" + name;
+    return real && isProgram(path) ? std::optional<std::string>(path) : std::nullopt;
 }
 
 std::int32_t processRunning(const std::string& path) {
-    children().forgetEnded();
     const std::string real = realPath(path).value_or(path);
-    const std::vector<std::int32_t> processes =
-        processesWhere([&](const std::string& program) { return program == path || program == real; });
-    return processes.empty() ? 0 : processes.front();
+    return findProcess([&](const std::string& program) { return program == path || program == real; });
 }
 
 bool isNameRunning(const std::string& name) {
-    children().forgetEnded();
-    return !processesWhere([&name](const std::string& program) {
-                return program.compare(program.rfind('/') + 1, std::string::npos, name) == 0;
-            }).empty();
+    return findProcess([&name](const std::string& program) {
+               return program.compare(program.rfind('/') + 1, std::string::npos, name) == 0;
+           }) != 0;
 }
 
 bool launch(const std::string& path, const std::string& commandLine) {
-    children().forgetEnded();
     std::optional<std::vector<std::string>> arguments = splitCommandLine(commandLine);
     if (!arguments)
         return false;
@@ -225,12 +251,9 @@ bool launch(const std::string& path, const std::string& commandLine) {
     for (std::string& argument : *arguments)
         argv.push_back(argument.data());
     argv.push_back(nullptr);
-
     const std::optional<pid_t> child = spawn(argv);
-    if (!child)
-        return false;
-    children().add(*child);
-    return true;
+    forgetEndedChildren(child);
+    return child.has_value();
 }
 
 } // namespace standins

@@ -27,8 +27,8 @@ bool isSameName(const std::wstring& one, const std::wstring& other) {
 // Nothing for a name that is no Unicode text, which the system allows.
 std::optional<std::string> toUtf8(const std::wstring& name) {
     const int size = static_cast<int>(name.size());
-    const auto convert = [&](char* to, int room) {
-        return WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, name.data(), size, to, room, nullptr, nullptr);
+    const auto convert = [&](char* to, int capacity) {
+        return WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, name.data(), size, to, capacity, nullptr, nullptr);
     };
     std::string text(static_cast<std::size_t>(convert(nullptr, 0)), '\0');
     if (text.empty())
@@ -70,10 +70,10 @@ DWORD findProcess(Condition condition) {
 
 } // namespace
 
-std::vector<std::string> Catalogue::names() const {
+std::vector<std::string> programsIn(const std::string& folder) {
     std::vector<std::string> names;
     std::error_code failure;
-    for (fs::directory_iterator entry(fs::u8path(folder_), failure), end; !failure && entry != end;
+    for (fs::directory_iterator entry(fs::u8path(folder), failure), end; !failure && entry != end;
          entry.increment(failure)) {
         std::optional<std::string> name = toUtf8(entry->path().filename().wstring());
         if (name && isProgram(entry->path()))
@@ -83,12 +83,11 @@ std::vector<std::string> Catalogue::names() const {
     return names;
 }
 
-std::optional<std::string> Catalogue::pathOf(const std::string& name) const {
-    if (name.empty() || name.find_first_of("/\\:") != std::string::npos || folder_.empty())
+std::optional<std::string> pathOfProgram(const std::string& folder, const std::string& name) {
+    if (name.empty() || name.find_first_of("/\\:") != std::string::npos || folder.empty())
         return std::nullopt;
     std::error_code failure;
-    const fs::path folder = fs::absolute(fs::u8path(folder_), failure);
-    const fs::path path = folder / fs::u8path(name);
+    const fs::path path = fs::absolute(fs::u8path(folder), failure) / fs::u8path(name);
     return failure || !isProgram(path) ? std::nullopt : std::optional<std::string>(path.u8string());
 }
 
