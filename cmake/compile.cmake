@@ -26,13 +26,28 @@ target_compile_options(compile-options INTERFACE ${BRIVON_WARNINGS}
     $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>
     # __FILE__, which assertions and diagnostic lines show, is the path within the repository on every machine.
     "-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=")
+# As distributions harden what they build. Fortified functions need an optimiser, and get in a sanitizer's way.
+target_compile_options(compile-options INTERFACE -fstack-protector-strong -D_GLIBCXX_ASSERTIONS)
+if(NOT WIN32)
+    target_compile_options(compile-options INTERFACE -fstack-clash-protection
+        $<IF:$<STREQUAL:${CMAKE_SYSTEM_PROCESSOR},aarch64>,-mbranch-protection=standard,-fcf-protection>
+        $<$<AND:$<CONFIG:Release>,$<STREQUAL:${BRIVON_SANITIZE},>>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>)
+    # Everything is bound when a file is loaded, so that one that lacks a name is refused then, as on Windows.
+    target_link_options(compile-options INTERFACE -Wl,-z,relro,-z,now)
+endif()
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND NOT WIN32)
     # Unique symbols would keep a module half-loaded after the last environment that used it has ended.
     target_compile_options(compile-options INTERFACE -fno-gnu-unique)
 endif()
 if(MINGW)
-    # No library of the compiler's has to travel along.
-    target_link_options(compile-options INTERFACE -static)
+    target_link_options(compile-options INTERFACE
+        # No library of the compiler's has to travel along.
+        -static
+        # The same sources give the same bytes, whenever and in whatever folder they are built.
+        -Wl,--no-insert-timestamp -Wl,--disable-auto-image-base)
+    add_library(stack-guard STATIC "${CMAKE_SOURCE_DIR}/platform/windows/stack_guard.cpp")
+    target_compile_options(stack-guard PRIVATE ${BRIVON_WARNINGS})
+    target_link_libraries(compile-options INTERFACE stack-guard)
     target_compile_options(compile-options INTERFACE
         # printf and its kin as the standard has them.
         -D__USE_MINGW_ANSI_STDIO=1
@@ -51,10 +66,6 @@ function(brivon_addon name)
     add_library(${name} MODULE ${ARGN})
     set_target_properties(${name} PROPERTIES PREFIX "" SUFFIX ".node")
     target_link_libraries(${name} PRIVATE compile-options)
-    if(NOT WIN32)
-        # A library that lacks a name is refused when the module is loaded, as Windows does.
-        target_link_options(${name} PRIVATE -Wl,-z,now)
-    endif()
 endfunction()
 
 # Nothing but the symbols that the map names is exported, templates of the standard library included. Windows exports

@@ -14,12 +14,14 @@ function(brivon_microsoft_object name source)
     if(with_RENAME)
         set(rename "--redefine-sym=${with_RENAME}")
     endif()
+    file(RELATIVE_PATH relative "${CMAKE_CURRENT_BINARY_DIR}" "${source}")
     add_custom_command(OUTPUT "${object}" "${CMAKE_CURRENT_BINARY_DIR}/${name}.def" VERBATIM
         DEPENDS "${source}" "${BRIVON_MICROSOFT_SCRIPT}" DEPFILE "${object}.d"
         COMMENT "Building ${name}.obj for the Microsoft interface"
+        WORKING_DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}" # names of unnamed namespaces are made of the path that is given
         COMMAND "${BRIVON_clang++}" --target=x86_64-pc-windows-msvc -std=c++17 -O2 -ffreestanding -nostdinc++
             -fexceptions -fcxx-exceptions -fno-threadsafe-statics -fno-sized-deallocation
-            ${BRIVON_WARNINGS} ${with_FLAGS} -MD -MF "${object}.d" -MT "${object}" -c "${source}" -o "${object}"
+            ${BRIVON_WARNINGS} ${with_FLAGS} -MD -MF "${object}.d" -MT "${object}" -c "${relative}" -o "${object}"
         COMMAND "${CMAKE_COMMAND}" "-DTOOL=${BRIVON_llvm-readobj}" "-DEXPORTS_OF=${object}"
             "-DTO=${CMAKE_CURRENT_BINARY_DIR}/${name}.def" -P "${BRIVON_MICROSOFT_SCRIPT}"
         COMMAND "${BRIVON_llvm-objcopy}" --remove-section=.drectve ${rename} "${object}")

@@ -55,6 +55,29 @@ test('the host’s functions are bound late on Windows: N-API, three of libuv, a
     assert.deepEqual(others, ['uv_mutex_init', 'uv_mutex_lock', 'uv_mutex_unlock']);
 });
 
+// Windows' stack protector is the module's own, and fortified functions would bring a library of the compiler's.
+test('every binary is hardened: its stack holds no code, its frames are guarded, and everything is bound at load', () => {
+    const signs = [
+        /GNU_STACK .* RW /,
+        /GNU_RELRO/,
+        /Flags: NOW/,
+        / U __stack_chk_fail/,
+        / U _ZSt21__glibcxx_assert_fail/,
+    ];
+    for (const name of ['BrivonJS.node', 'libBrivonMessage5.so', 'libBrivonControl.so', 'standins.node'])
+        for (const platform of ['linux-x64', 'linux-arm64']) {
+            const seen = ['readelf -ldW', 'nm -D']
+                .map((tool) => run(...tool.split(' '), built(platform, name)))
+                .join('');
+            for (const sign of signs) assert.match(seen, sign, `${platform} ${name}`);
+        }
+    for (const module of linuxModules) assert.match(run('nm', '-D', module), / U __vsnprintf_chk/);
+    for (const name of ['BrivonJS.node', 'BrivonMessage5.dll', 'BrivonControl.dll', 'standins.node']) {
+        assert.match(read('objdump', '-p', built('win32-x64', name)), /HIGH_ENTROPY_VA\s+DYNAMIC_BASE\s+NX_COMPAT/);
+        assert.match(read('nm', built('win32-x64', name)), / T __stack_chk_fail$/m);
+    }
+});
+
 // As the contract's own compiler lays them out, which puts a destructor into one slot and not into two.
 test('the virtual operations of the contract have their slots on the ABI of the closed library', () => {
     const flags =
