@@ -10,3 +10,4 @@ ln -s "$PWD/node_modules" $copy/
 ./run prebuilds
 $copy/run prebuilds
 diff --recursive prebuilds $copy/prebuilds
+rm -rf prebuilds build/reproducible
