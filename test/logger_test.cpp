@@ -26,6 +26,7 @@ protected:
 TEST_F(Logger, WritesTextsOfAnyLengthUpToItsThreshold) {
     logger_.logMessage(LogLevel::Always, "x");
     logger_.logFormat(LogLevel::Debug, "%s", "not written");
+    EXPECT_TRUE(logger_.isLevelEnabled(static_cast<LogLevel>(-1)));
     logger_.setLevel(LogLevel::Trace);
     const std::string longText(100'000, 'a');
     logger_.logFormat(LogLevel::Trace, "%s|%d", longText.c_str(), -5);
@@ -50,7 +51,11 @@ TEST_F(Logger, WritesALineToTheLoggerThatIsThereWhenItsHolderGoesAway) {
 
 TEST_F(Logger, WritesTheBeginAndTheEndOfAScope) {
     { LogScope("c", LogLevel::Warning, std::string("work")).stream() << " done"; }
-    EXPECT_EQ(buffer_.flushed, "Warning:c: Begin work (..0)\nWarning:c: End work done (..0)\n");
+    EXPECT_EQ(LogScope("c", LogLevel::Trace, std::string("a\0b", 3)).stream().str(), std::string("a\0b", 3));
+    const LogScope unfinished("c", LogLevel::Warning, "other work");
+    setLogger(nullptr);
+    EXPECT_EQ(buffer_.flushed,
+              "Warning:c: Begin work (..0)\nWarning:c: End work done (..0)\nWarning:c: Begin other work (..0)\n");
 }
 
 // Throws from every write.
@@ -67,6 +72,7 @@ TEST_F(LoggerDeathTest, ReportsMisuseThroughLiveAssertions) {
     TestStreamLogger brokenLogger(broken, LogLevel::Info);
     EXPECT_DEATH(logger_.logMessage(LogLevel::Info, nullptr),
                  "src/TestStreamLogger\\.cpp:.*`message && \"Message cannot be null!\"'");
+    EXPECT_DEATH(logger_.logFormat(LogLevel::Info, nullptr), "`format && \"Format cannot be NULL\"'");
     EXPECT_DEATH(brokenLogger.logMessage(LogLevel::Info, "x"), "src/TestStreamLogger\\.cpp:.*`false'");
 }
 

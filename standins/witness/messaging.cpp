@@ -24,6 +24,10 @@
 #include <thread>
 #include <utility>
 
+#if !defined(_WIN32)
+#include <dlfcn.h>
+#endif
+
 namespace kesta::brivon::api5 {
 namespace {
 
@@ -38,6 +42,15 @@ bool throwsNext = false;
 void note(const std::string& word) {
     const std::lock_guard lock(mutex);
     notes += " " + word;
+}
+
+// Where the library that does so is preloaded.
+void limitMemory([[maybe_unused]] bool isOut) {
+#if !defined(_WIN32)
+    static auto* const set = reinterpret_cast<void (*)(bool)>(dlsym(RTLD_DEFAULT, "setOutOfMemory"));
+    if (set != nullptr)
+        set(isOut);
+#endif
 }
 
 // Moves a call that is held up on, with the lock held.
@@ -103,11 +116,11 @@ ENDPOINT_TEXT(Id, goOn())
 ENDPOINT_TEXT(AppId, holdUp())
 ENDPOINT_TEXT(AppVersion, )
 TEXT(BrivonMessage, Type, , )
-TEXT(BrivonMessage, AppId, , throwWhenTold())
-TEXT(BrivonMessage, AppVersion, , )
+TEXT(BrivonMessage, AppId, , (note("GetAppId"), throwWhenTold()))
+TEXT(BrivonMessage, AppVersion, , note("GetAppVersion"))
 TEXT(SuiteMessage, Payload, , note("GetPayload"))
-TEXT(ErrorMessage, Error, , throwWhenTold())
-TEXT(ErrorMessage, Fault, , )
+TEXT(ErrorMessage, Error, , (note("GetError"), throwWhenTold()))
+TEXT(ErrorMessage, Fault, , note("GetFault"))
 
 EndPoint::EndPoint()
     : fields_(newFields()) {}
@@ -134,6 +147,7 @@ void SuiteMessage::SetSource(const EndPoint&) {
     note("SetSource");
 }
 EndPoint SuiteMessage::GetSource() const {
+    note("GetSource");
     EndPoint source;
     source.SetAppId(field(fields_, "AppId").c_str());
     source.SetId(field(fields_, "Id").c_str());
@@ -217,7 +231,12 @@ public:
 
 private:
     void hear(const std::string& order) {
-        std::thread([&] { listener_->Receive(Incoming(order)); }).join();
+        std::thread([&] {
+            const Incoming message(order);
+            limitMemory(order.find("out-of-memory") != std::string::npos);
+            listener_->Receive(message);
+            limitMemory(false);
+        }).join();
     }
     void hearUnknown(const char* where) {
         if (std::exchange(order_, order_ == where ? "" : order_) == where)

@@ -86,13 +86,14 @@ test('a launch tells its callback how it ended, and lets go of it', async () => 
     const { received, receiver } = await launch('a', false, '');
     assert.deepEqual([received, receiver], [[new Error('the disk is full')], {}]);
 
-    let [isCalled, callback] = [false];
+    let [isCalled, callback, launcher] = [false];
     (() => {
         const call = () => (isCalled = true);
         callback = new WeakRef(call);
-        adapter.launchApp('a', false, '', call);
+        launcher = new WeakRef(new BrivonControlAdapter());
+        launcher.deref().launchApp('a', false, '', call);
     })();
-    await collectUntil(() => isCalled && callback.deref() === undefined);
+    await collectUntil(() => isCalled && [callback, launcher].every((reference) => reference.deref() === undefined));
 });
 
 test('versions are those that the executables declare, and paths are released once', (t) => {
@@ -102,11 +103,20 @@ test('versions are those that the executables declare, and paths are released on
     const installed = (name) => path.join(root, 'node_modules', name);
     const copy = path.join(folder, '日本語 🚀.exe');
     fs.copyFileSync(sample('plain.x64.exe'), copy);
+    const edited = (name, from, to) => {
+        const [before, after] = [from, to].map((text) => Buffer.from(text, 'utf16le').toString('latin1'));
+        const contents = fs.readFileSync(copy, 'latin1').replace(before, after);
+        fs.writeFileSync(path.join(folder, name), contents, 'latin1');
+        return path.join(folder, name);
+    };
     for (const [file, version] of [
         [sample('plain.ia32.exe'), '3.1.4-plain'],
         [copy, '3.1.4-plain'],
         [sample('languages.x64.exe'), 'Версия 2 版本 🚀'],
         [sample('no_version.x64.exe'), null],
+        [edited('no translation.exe', 'Translation', 'Transmission'.slice(0, 11)), null],
+        [edited('half a translation.exe', '\x04\0Translation', '\x02\0Translation'), null],
+        [edited('empty.exe', '3.1.4-plain', '\0.1.4-plain'), ''],
         [path.join(folder, 'missing.exe'), null],
         [folder, null],
         // Neither a regular file nor one that ends; Windows has no such path.

@@ -33,13 +33,11 @@ test('without a dispatcher or a controller, an assertion with its expression, fi
     assert.ok(endedAbnormally(ended), JSON.stringify(ended));
 });
 
-// A preloaded library notes the sleeps instead of sleeping.
+// A preloaded library notes the sleeps instead of sleeping, and takes memory away.
 const spying = { skip: (process.platform === 'win32' || support.isEmulated) && 'no library can be preloaded here' };
+const witness = path.join(support.buildDirectory, 'test', 'witness');
+const preload = [process.env.LD_PRELOAD, path.join(witness, 'libwitness-sleeps.so')].filter(Boolean).join(':');
 test('a dispatcher is waited for as promised', spying, async () => {
-    const preload = [
-        process.env.LD_PRELOAD,
-        path.join(support.buildDirectory, 'test', 'witness', 'libwitness-sleeps.so'),
-    ];
     const answer = (operation, count, value) => `messaging.answer('${operation}', ${value}, ${count});`;
     for (const [script, count, milliseconds, isFatal = false] of [
         [answer('GetInstance', 2, 4), 2, 6000],
@@ -49,13 +47,24 @@ test('a dispatcher is waited for as promised', spying, async () => {
         [answer('RefreshEndPoints', 1, false) + answer('IsRefreshing', Infinity, true), 20, 50],
     ]) {
         const log = temporaryFile();
-        const env = { LD_PRELOAD: preload.filter(Boolean).join(':'), SLEEPS_TO: log };
+        const env = { LD_PRELOAD: preload, SLEEPS_TO: log };
         const ended = await run(`${script} ${construct} ${exit}`, { env });
         assert.equal(fs.readFileSync(log, 'utf8'), `${milliseconds}\n`.repeat(count), script);
         fs.unlinkSync(log);
         if (isFatal) assert.match(failedAssertion(ended), / brivon_$/);
         else assert.deepEqual([ended.code, ended.stderr], [0, ''], script);
     }
+});
+
+test('a delivery for which there is no memory, not even to say so, ends nothing', spying, async () => {
+    const script = `const { BrivonAdapter } = require(root + '/lib');
+        globalThis.adapter = new BrivonAdapter('app', '1');
+        adapter.addMessageListener(() => {});
+        adapter.sendMessage('hear:brivon.a|known|1|1|out-of-memory', 'p');
+        ${exit}`;
+    const env = { LD_PRELOAD: preload, BRIVONJS_MODULE: path.join(witness, 'BrivonJS.node') };
+    const { code, stderr } = await runScript(script, { env });
+    assert.equal(code, 0, stderr);
 });
 
 test('a listener that throws is dropped with a warning, or ends the process where the runtime is told so', async () => {

@@ -7,7 +7,7 @@ const path = require('node:path');
 const { test } = require('node:test');
 
 const { modulePath } = require('../../lib/locate');
-const { newBus, root, runScript } = require('../support/support');
+const { newBus, root, runScript, scripted } = require('../support/support');
 
 // Runs on the main thread or in a worker. Messages to itself travel through the library's thread.
 const joined = `keep = new BrivonAdapter('app', '1');`;
@@ -20,7 +20,7 @@ const streaming = (atATime) => `${sending(atATime)}
     keep.addMessageListener(() => { if (++count % ${atATime} === 0) send(); });
     send();`;
 const points = {
-    'the module is loaded': ``,
+    'the module is loaded twice': `process.dlopen({ exports: {} }, ${JSON.stringify(modulePath())});`,
     'an adapter exists': joined,
     'a construction was refused': `try { new BrivonAdapter('app'); } catch {}`,
     'launches are pending': `
@@ -95,4 +95,25 @@ test('environments that load the module at once do not meddle with each other', 
     }`;
     const codes = `await Promise.all(Array(4).fill(${JSON.stringify(loading)}).map(runWorker))`;
     return assertEnds(`${runWorker} (async () => { process.exit(Math.max(...(${codes}))); })();`, 0);
+});
+
+// A hook that outlived it would run.
+test('an environment whose adapters have been collected silences nobody when it ends', async () => {
+    const inWorker = `${scripted}
+        const { collectUntil } = require(root + '/test/support/support');
+        const { parentPort } = require('node:worker_threads');
+        parentPort.once('message', () => process.exit());
+        const join = () => new BrivonAdapter('app', '2');
+        ((adapter) => (adapter.addMessageListener(() => {}), adapter.removeAllListeners()))(join());
+        collectUntil(() => messaging.takeCalls().some(({ operation }) => operation === 'ReleaseInstance'))
+            .then(() => parentPort.postMessage('collected'));`;
+    const { code, stderr } = await runScript(`${scripted}
+        const adapter = (globalThis.adapter = new BrivonAdapter('app', '1'));
+        const listen = (code) => adapter.addMessageListener(() => process.exit(code));
+        const deliver = () => messaging.deliver({ type: SUITE_TYPE_PREFIX });
+        const body = 'const root = ' + JSON.stringify(root) + ';' + ${JSON.stringify(inWorker)};
+        const worker = new (require('node:worker_threads').Worker)(body, { eval: true });
+        worker.on('message', () => (listen(0), worker.postMessage('end')));
+        worker.on('exit', () => (deliver(), listen(1), deliver()));`);
+    assert.equal(code, 0, stderr);
 });

@@ -99,6 +99,11 @@ test('the error names a library that cannot be used, and the doctor says all tha
         [(text) => text.slice(0, 4096), 'is damaged: its table of names leads out of the file'],
         [withoutNames, ...lacking.map((name) => `lacks ${name}`)],
         [forAnother, 'is for another processor (0x201)'],
+        // It imports them.
+        [
+            () => fs.readFileSync(path.join(buildDirectory, 'BrivonJS.node'), 'latin1'),
+            ...needed[names[0]].map((name) => `lacks ${name}`),
+        ],
     ]) {
         const BRIVONJS_LIBRARIES = copied(others, names, temporaryFolder(t));
         const file = path.join(BRIVONJS_LIBRARIES, names[0]);
@@ -115,6 +120,9 @@ test('the error names a library that cannot be used, and the doctor says all tha
     }
     const { code, stdout } = await run(folder, "require(folder + '/lib/cli')", {});
     assert.deepEqual([code, /"subject":"bus","ok":true/.test(stdout)], [0, true], stdout);
+    fs.writeFileSync(path.join(folder, 'prebuilds', platform, 'imports.json'), '{');
+    const { message, cause } = await loaded(folder, { BRIVONJS_LIBRARIES: others });
+    assert.match(`${message}: ${cause}`, /cannot read what .*imports\.json: .*JSON/);
 });
 
 // A package with files that are no modules in the places of modules.
@@ -151,7 +159,12 @@ test('a platform without a module gets an Error with its C library, and what oth
     const { code, message } = await loaded(folder, { before });
     assert.equal(code, 'ERR_BRIVONJS_PLATFORM');
     const missing = `${process.platform}-pdp11`;
-    assert.ok(message.startsWith(`brivonjs has no native module for ${missing}: there is neither ${folder}`), message);
+    assert.ok(
+        message.startsWith(
+            `brivonjs has no native module for ${missing}: there is neither ${path.join(folder, 'build')}`,
+        ),
+        message,
+    );
     const here = `${missing}${isWindows ? '' : ' with glibc 2.36'}`;
     assert.ok(message.endsWith(`There are modules for linux-x64 with glibc, win32-x64; this is ${here}`), message);
 });

@@ -66,6 +66,20 @@ const scenarios = {
             ...rebuild(),
         ],
     },
+    'an adapter without a default application is at home with endpoints without one': {
+        script: `
+            const other = (globalThis.other = new BrivonAdapter('app', '2'));
+            other.setVerboseLogging();
+            messaging.setEndpoints([{ appId: '', id: '1' }]);
+            list('2');
+        `,
+        log: [
+            ...rebuild(['', '1']),
+            rebuilt('switching to point to point'),
+            ...rebuild(['a', '2']),
+            rebuilt('switching to broadcast'),
+        ],
+    },
 };
 
 for (const [name, { script, log }] of Object.entries(scenarios)) {
@@ -84,7 +98,7 @@ for (const [name, { script, log }] of Object.entries(scenarios)) {
 }
 
 // An object whose construction was refused is bound to a native one like any other.
-test('the collection of a refused construction silences the log, and releases nothing', async () => {
+test('the collection of a refused construction silences the log and the listeners, and releases nothing', async () => {
     const { code, stderr } = await runScript(`${preamble}
         const { fstatSync } = require('node:fs');
         const { collectUntil } = require(root + '/test/support/support');
@@ -95,13 +109,17 @@ test('the collection of a refused construction silences the log, and releases no
         };
         const refused = () => { try { new BrivonAdapter('one argument'); } catch {} };
         adapter.setVerboseLogging();
+        adapter.addMessageListener(() => process.exit(3));
         if (!logs()) process.exit(1);
         refused();
         messaging.takeCalls();
         collectUntil(() => !logs()).then(() => {
             console.error(...new Set(messaging.takeCalls().map(({ operation }) => operation)));
             refused();
-            process.exit(logs() ? 2 : 0);
+            if (logs()) process.exit(2);
+            messaging.deliver(from('a', '1'));
+            adapter.addMessageListener(() => process.exit(0));
+            messaging.deliver(from('a', '1'));
         });
     `);
     assert.deepEqual([code, stderr], [0, 'GetSelfEndPoint GetEndPoints ReleaseEndPoints\n']);

@@ -135,7 +135,10 @@ test('sends choose their destinations from the call and the cache', () => {
         { appId: 'X', args: ['X', '', 'ignored'], to: [x1, x2] },
         { appId: 'X', args: ['Z', '7', '8'], to: [endpoint('Z', '8', '7')] },
         { appId: 'X', args: ['', '', '', 'sixth'], to: [x1, x2] },
+        { appId: 'X', args: ['\0'], to: [] },
+        { appId: 'X', args: ['\0', '7', '8'], to: [endpoint('', '8', '7')] },
         { args: [], to: [none1, none2] },
+        { args: ['', '2.0'], to: [none1, none2] },
         { appId: 'absent', args: [], to: [] },
     ];
     const assertSends = (adapter, args, sent) => {
@@ -168,6 +171,7 @@ test('messages and errors reach their listeners with all fields, however many ar
     for (const payload of texts) messaging.deliver(message(source, { appId: 'A\0', appVersion: '1\0x', payload }));
     const expected = texts.map((payload = '') => [undefined, `${SUITE_TYPE_PREFIX}t`, payload, 'A', '1', '7']);
     assert.deepEqual(await messages.atLeast(texts.length), expected);
+    for (const args of [[], [{}]]) assert.throws(() => adapter.addErrorListener(...args)); // which changes nothing
     messaging.deliver({ type: ERROR_TYPE, error: 'went\0', fault: 'wrong' });
     assert.deepEqual(await errors.atLeast(1), [[ERROR_TYPE, 'went', 'wrong']]);
 });
@@ -193,7 +197,8 @@ test('the latest listener of any adapter hears what all are handed, and deliveri
 });
 
 test('only an unreachable destination, or a stale list, makes a delivery refresh first', async () => {
-    const [messages] = listen(construct());
+    const adapter = construct();
+    const [messages] = listen(adapter);
     const [known, unknown] = [endpoint('a', '1'), endpoint('a', '2')];
     messaging.setEndpoints([known]);
     operations();
@@ -203,6 +208,7 @@ test('only an unreachable destination, or a stale list, makes a delivery refresh
         [{ type: 'DestinationUnreachable' }, refresh],
         [{ type: 'DestinationUnreachable ' }, []],
         [{ type: `x${SUITE_TYPE_PREFIX}` }, []],
+        [{ type: SUITE_TYPE_PREFIX.slice(0, -1) }, []],
         [message({ ...known, appVersion: 'other' }), []],
         [message(unknown), []],
         [message(unknown), refresh],
@@ -212,6 +218,7 @@ test('only an unreachable destination, or a stale list, makes a delivery refresh
     for (const [index, [delivered, expected]] of steps.entries()) {
         messaging.deliver(delivered);
         assert.deepEqual(operations(), expected, `step ${index}`);
+        assert.equal(adapter.getEndpointCacheSnapshot()[0], text(known));
     }
     assert.equal((await messages.atLeast(4)).length, 4);
 });
@@ -284,7 +291,7 @@ test('a library that throws while it delivers or is asked does not end the proce
     const adapter = construct();
     const [messages] = listen(adapter);
     messaging.answer('Send', 1);
-    adapter.sendMessage('t', 'p');
+    assert.equal(adapter.sendMessage('t', 'p'), 'Sent');
     messaging.answer('RefreshEndPoints', { throws: 'in the middle' });
     deliverPayload('lost');
     operations();
