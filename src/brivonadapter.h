@@ -50,7 +50,7 @@ public:
 
 private:
     using EndPoint = kesta::brivon::api5::EndPoint;
-    // Any thread. Null while there is no listener. Never released: the event loop stays alive from the first listener on.
+    // Any thread. Null without a listener. Never released: the event loop stays alive from the first listener on.
     using ListenerHandle = std::atomic<napi_threadsafe_function>;
     // By application id; the endpoints of one application in the order in which they came.
     using EndPointCache = std::multimap<std::string, EndPoint>;

@@ -1,4 +1,4 @@
-// What the compiler's stack protector compares and calls. The compiler's own library for it would import another library.
+// What the stack protector compares and calls. The compiler's own library for it would import another library.
 #include <windows.h>
 
 #include <cstdint>

@@ -6,7 +6,7 @@
 // Messaging also has
 //   busFolder()           The folder of the real bus, made where it is missing. Throws std::runtime_error where a first
 //                         adapter could not join. Null on the script.
-//   deliver(message)      Hands a message to the listeners on the library's thread, and returns when they have taken it.
+//   deliver(message)      Hands a message to the listeners on the library's thread, and returns when they have it.
 //                         Throws std::runtime_error when nobody has joined.
 //   setEndpoints(list)    Has what is registered rebuild its lists before it returns.
 //   setSelf(endpoint)
