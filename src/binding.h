@@ -26,8 +26,7 @@ inline void setElement(Napi::Array& array, std::uint32_t index, const Napi::Valu
     array.Set(index, value);
 }
 
-// A value that all environments share. Each has a thread of its own, so the lock is held for a copy or a swap, and for
-// nothing else.
+// A value that all environments, each on a thread of its own, share. The lock is held for a copy or a swap only.
 template <typename T>
 class ClassWide {
 public:

@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <array>
 #include <cassert>
-#include <memory>
 #include <thread>
 #include <utility>
 
@@ -31,12 +30,10 @@ LogMessageHolder infoLine(const char* function, int line) {
 }
 
 // For catch sites. A line that cannot be made is dropped.
-void logException(const char* function, int line, const char* text) noexcept {
-    try {
-        if (shouldLog(LogLevel::Info))
-            infoLine(function, line).stream() << text;
-    } catch (...) {
-    }
+void logException(const char* function, int line, const char* text) noexcept try {
+    if (shouldLog(LogLevel::Info))
+        infoLine(function, line).stream() << text;
+} catch (...) {
 }
 
 class CacheLock {
@@ -202,13 +199,12 @@ void BrivonAdapter::onEnvironmentEnd(void* data) {
     errorListenerTsfn = nullptr;
     while (deliveriesInFlight != 0)
         std::this_thread::yield();
-    if (adapter->brivon_ == nullptr)
-        return;
     try {
-        adapter->brivon_->RemoveMessageListener(adapter);
-        adapter->brivon_->RemoveErrorListener(adapter);
-    } catch (...) {
-        // Nobody is left to be told. An adapter that stays registered meets empty handles.
+        if (adapter->brivon_ != nullptr) {
+            adapter->brivon_->RemoveMessageListener(adapter);
+            adapter->brivon_->RemoveErrorListener(adapter);
+        }
+    } catch (...) { // nobody is left to be told, and an adapter that stays registered meets empty handles
     }
 }
 
@@ -340,8 +336,7 @@ Napi::Value BrivonAdapter::sendMessage(const Napi::CallbackInfo& info) {
     return Napi::String::New(env, "Sent");
 }
 
-// An exception of the library's is not turned into a JavaScript error. It ends the process here, with a report: the
-// frames of a Windows host would end it without one.
+// A library's exception ends the process here, with a report. The frames of a Windows host would end it without.
 void BrivonAdapter::sendSuiteMessage(const std::string& type, const std::string& payload, const std::string& appId,
                                      const std::string& appVersion, const std::string& endpointId) noexcept {
     static const std::string suiteTypePrefix = "brivon.SuiteMessage.";

@@ -1,7 +1,6 @@
 #include "brivonadapter_readers.h"
 
 #include <cstring>
-#include <memory>
 
 using namespace kesta::brivon::api5;
 
@@ -76,10 +75,9 @@ std::string readPayload(const SuiteMessage& message) {
 }
 
 std::vector<EndPoint> readDestinations(const SuiteMessage& message) {
-    const std::size_t count = message.GetDestinationCount();
-    const auto array = std::make_unique<EndPoint[]>(count);
-    message.GetDestinations(array.get());
-    return {array.get(), array.get() + count};
+    std::vector<EndPoint> destinations(message.GetDestinationCount());
+    message.GetDestinations(destinations.data());
+    return destinations;
 }
 
 std::vector<EndPoint> listEndPoints(IBrivonMessageDispatcher& dispatcher) {
