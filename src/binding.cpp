@@ -5,7 +5,7 @@
 namespace {
 
 // Raises the failure of the N-API call just made as a plain Error. node-addon-api would make a TypeError of some
-// statuses; this module's callers are promised an Error for all of them.
+// statuses; here every failed call is an Error.
 [[noreturn]] void throwFailedCall(Napi::Env env) {
     const napi_extended_error_info* info = nullptr;
     if (napi_get_last_error_info(env, &info) != napi_ok)

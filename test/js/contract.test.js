@@ -31,7 +31,7 @@ test('a message gets its source, its payload and then its destinations, should t
     assert.equal(send(), 'SetSource SetPayload:text SetDestinations:1 Send');
 });
 
-test('what arrives is read as promised', async () => {
+test('what arrives is read field by field', async () => {
     listen();
     const errorFirst = noted('hear:brivon.error|error~cut||1|fault~cut');
     assert.equal(errorFirst, 'GetError GetFault', 'no error message is an application message, whatever its type');

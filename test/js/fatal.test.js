@@ -37,7 +37,7 @@ test('without a dispatcher or a controller, an assertion with its expression, fi
 const spying = { skip: (process.platform === 'win32' || support.isEmulated) && 'no library can be preloaded here' };
 const witness = path.join(support.buildDirectory, 'test', 'witness');
 const preload = [process.env.LD_PRELOAD, path.join(witness, 'libwitness-sleeps.so')].filter(Boolean).join(':');
-test('a dispatcher is waited for as promised', spying, async () => {
+test('a dispatcher is waited for', spying, async () => {
     const answer = (operation, count, value) => `messaging.answer('${operation}', ${value}, ${count});`;
     for (const [script, count, milliseconds, isFatal = false] of [
         [answer('GetInstance', 2, 4), 2, 6000],

@@ -117,3 +117,15 @@ test('an environment whose adapters have been collected silences nobody when it 
         worker.on('exit', () => (deliver(), listen(1), deliver()));`);
     assert.equal(code, 0, stderr);
 });
+
+test('a library that throws while an environment ends does not end the process', async () => {
+    const inWorker = `${scripted}
+        globalThis.adapter = new BrivonAdapter('app', '1');
+        adapter.addMessageListener(() => {});
+        messaging.answer('RemoveMessageListener', { throws: 'too late' });
+        process.exit(0);`;
+    const { code, stderr } = await runScript(`
+        const body = 'const root = ' + JSON.stringify(root) + ';' + ${JSON.stringify(inWorker)};
+        new (require('node:worker_threads').Worker)(body, { eval: true }).on('exit', process.exit);`);
+    assert.equal(code, 0, stderr);
+});
