@@ -2,8 +2,6 @@
 
 // Checks of what a program passes, and the errors that say what is wrong with it.
 
-const { setMaxListeners } = require('node:events');
-
 function errorWithCode(code, message, options) {
     return Object.assign(new Error(message, options), { code });
 }
@@ -13,14 +11,6 @@ function invalid(message, options) {
 }
 
 const closed = () => errorWithCode('ERR_BRIVONJS_CLOSED', 'the client is closed');
-
-// An object of options, of which there are no others than these.
-function checkOptions(options, names, what = 'options') {
-    if (typeof options !== 'object' || options === null) throw invalid(`${what} must be an object`);
-    for (const name of Object.keys(options))
-        if (!names.includes(name)) throw invalid(`${what} has no '${name}', but ${names.join(', ')}`);
-    return options;
-}
 
 // A text that arrives as it is. Libraries end it at a NUL, and UTF-8 has no lone surrogates.
 function checkText(what, value) {
@@ -35,20 +25,35 @@ function checkName(what, value) {
     return value;
 }
 
-// A program's one signal for its end may end many things.
-function checkSignal({ signal }) {
-    if (signal === undefined) return undefined;
-    if (!(signal instanceof AbortSignal)) throw invalid('signal must be an AbortSignal');
-    setMaxListeners(0, signal);
-    return signal;
+const must = (holds, text) => (name, value) => {
+    if (!holds(value)) throw invalid(`${name} ${text}`);
+};
+
+// What options may be where they are given, whichever call takes them.
+const CHECKS = {
+    appVersion: checkText,
+    args: checkText,
+    defaultAppId: checkText,
+    focus: must((value) => typeof value === 'boolean', 'must be a boolean'),
+    folder: checkText,
+    id: checkText,
+    ifUnknown: must((value) => value === 'throw' || value === 'everyone', "is 'throw' or 'everyone'"),
+    limit: must((value) => typeof value === 'number' && value >= 1, 'must be a positive number'),
+    signal: must((value) => value instanceof AbortSignal, 'must be an AbortSignal'),
+    timeout: must(
+        (value) => typeof value === 'number' && value > 0,
+        'must be a positive number of milliseconds, or Infinity',
+    ),
+    type: checkText,
+};
+
+// An object of options, of which there are no others than these.
+function checkOptions(options, names, what = 'options') {
+    if (typeof options !== 'object' || options === null) throw invalid(`${what} must be an object`);
+    for (const name of Object.keys(options))
+        if (!names.includes(name)) throw invalid(`${what} has no '${name}', but ${names.join(', ')}`);
+    for (const name of names) if (options[name] !== undefined) CHECKS[name]?.(name, options[name]);
+    return options;
 }
 
-// Options of something to wait for.
-function checkWait(options, names) {
-    const { timeout = 30_000 } = checkOptions(options, names);
-    if (typeof timeout !== 'number' || !(timeout > 0))
-        throw invalid('timeout must be a positive number of milliseconds, or Infinity');
-    return { timeout, signal: checkSignal(options) };
-}
-
-module.exports = { checkName, checkOptions, checkSignal, checkText, checkWait, closed, errorWithCode, invalid };
+module.exports = { checkName, checkOptions, checkText, closed, errorWithCode, invalid };

@@ -3,15 +3,15 @@
 // Application control as programs use it: what there is, as objects, and launches as promises.
 
 const { BrivonControlAdapter, _setLibraryPath } = require('../index');
-const { checkOptions, checkSignal, checkText, errorWithCode, invalid } = require('./checks');
-const { outcome } = require('./wait');
+const { checkOptions, checkText, errorWithCode } = require('./checks');
+const { Wait } = require('./wait');
 
 let adapter;
 
 // The adapter of this process, which a folder that is given replaces.
 function control(folder) {
     if (folder !== undefined) {
-        _setLibraryPath(checkText('folder', folder));
+        _setLibraryPath(folder);
         adapter = new BrivonControlAdapter();
     }
     return (adapter ??= new BrivonControlAdapter());
@@ -30,23 +30,18 @@ function applications(options = {}) {
     }));
 }
 
-async function launch(specifier, options = {}) {
-    const { focus = true, args = '', folder } = checkOptions(options, ['focus', 'args', 'folder', 'signal']);
-    const signal = checkSignal(options);
-    if (typeof focus !== 'boolean') throw invalid('focus must be a boolean');
-    const [target, line] = [checkText('specifier', specifier), checkText('args', args)];
+// The options have been checked.
+async function launch(specifier, { focus = true, args = '', folder, signal }) {
+    checkText('specifier', specifier);
     signal?.throwIfAborted();
     const library = control(folder);
-    const launched = new Promise((resolve, reject) => {
-        const abort = () => reject(() => signal.reason);
-        signal?.addEventListener('abort', abort);
-        library.launchApp(target, focus, line, (cause, isLaunched) => {
-            signal?.removeEventListener('abort', abort);
-            if (isLaunched) resolve();
-            else reject(() => notLaunched(library, target, cause));
-        });
+    // The library calls back in a later turn.
+    library.launchApp(specifier, focus, args, (cause, isLaunched) => {
+        if (isLaunched) wait.end(() => {});
+        else wait.reject(() => notLaunched(library, specifier, cause));
     });
-    await outcome(launched);
+    const wait = new Wait(undefined, { timeout: Infinity, signal });
+    return (await wait.outcome)();
 }
 
 function notLaunched(library, specifier, cause) {

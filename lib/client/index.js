@@ -9,15 +9,14 @@ const { EventEmitter } = require('node:events');
 const { BrivonAdapter } = require('../index');
 const { openBus } = require('../bus');
 const { ERROR_TYPE, TYPE_PREFIX } = require('../constants');
-const { checkName, checkOptions, checkSignal, checkText, checkWait, closed } = require('./checks');
-const { errorWithCode, invalid } = require('./checks');
+const { checkName, checkOptions, closed, errorWithCode, invalid } = require('./checks');
 const control = require('./control');
 const { Presence } = require('./presence');
-const { Requests, unreachable } = require('./requests');
+const { lose, Requests } = require('./requests');
 const { newQueue } = require('./queue');
 const { fromEndpoint, toEndpoint, withoutPrefix } = require('../texts');
 const { fromText, nameOf, toTarget, toText } = require('./values');
-const { endWaits, outcome, Wait, waits } = require('./wait');
+const { Wait, waits } = require('./wait');
 
 // The stand-ins' words for a message that its destination did not get, and codes for their statuses of a send.
 const UNREACHABLE = 'Destination unreachable';
@@ -58,8 +57,7 @@ class Client extends EventEmitter {
     static connect(options) {
         const { appId, appVersion, defaultAppId = '' } = checkOptions(options, ['appId', 'appVersion', 'defaultAppId']);
         // What has no version cannot be named, and so not be answered.
-        const configuration = [checkName('appId', appId), checkName('appVersion', appVersion)];
-        configuration.push(checkText('defaultAppId', defaultAppId));
+        const configuration = [checkName('appId', appId), checkName('appVersion', appVersion), defaultAppId];
         only ??= new Client(configuration);
         if (only.#configuration.join('\0') !== configuration.join('\0'))
             throw errorWithCode('ERR_BRIVONJS_CONNECTED', `this process is on the bus as ${fromEndpoint(only.self)}`);
@@ -74,16 +72,14 @@ class Client extends EventEmitter {
         if (only === undefined) throw closed();
         only.#checkOpen();
         toTarget(waitFor); // before the launch
-        const wait = checkWait({ timeout, signal: others.signal }, WAIT_OPTIONS);
         await control.launch(specifier, others);
-        return await only.whenPresent(waitFor, wait);
+        return await only.whenPresent(waitFor, { timeout, signal: others.signal });
     }
 
     // All of the program's: without the client's own, later ones would hear nothing.
     removeAllListeners(...events) {
         super.removeAllListeners(...events);
-        if (!this.listeners('newListener').includes(this.#prepareFor)) this.on('newListener', this.#prepareFor);
-        return this;
+        return this.off('newListener', this.#prepareFor).on('newListener', this.#prepareFor);
     }
 
     get self() {
@@ -108,38 +104,23 @@ class Client extends EventEmitter {
     }
 
     async whenPresent(target, options = {}) {
-        const { timeout, signal } = checkWait(options, WAIT_OPTIONS);
+        checkOptions(options, WAIT_OPTIONS).signal?.throwIfAborted();
         const wanted = toTarget(target);
         this.#checkOpen();
-        signal?.throwIfAborted();
-        const wait = new Wait({}, { timeout, signal });
-        wait.late = () =>
-            errorWithCode('ERR_BRIVONJS_TIMEOUT', `'${nameOf(wanted)}' was not on the bus within ${timeout} ms`);
+        const wait = new Wait({}, options, `'${nameOf(wanted)}' was not on the bus`);
         wait.changed = () => {
             const found = this.#presence.find(wanted);
-            if (found !== undefined) wait.resolve({ ...found });
+            if (found !== undefined) wait.end(() => ({ ...found }));
         };
         this.#presence.watch();
         wait.changed();
-        return await outcome(wait.promise);
+        return (await wait.outcome)();
     }
 
     messages(options = {}) {
-        const { type, limit = 1_000 } = checkOptions(options, ['type', 'limit', 'signal']);
-        const signal = checkSignal(options);
-        if (type !== undefined) checkText('type', type);
-        if (typeof limit !== 'number' || !(limit >= 1)) throw invalid('limit must be a positive number');
+        checkOptions(options, ['type', 'limit', 'signal']);
         this.#listen();
-        const abort = () => queue.end(signal.reason);
-        const queue = newQueue(limit, () => {
-            this.#queues.delete(queue);
-            signal?.removeEventListener('abort', abort);
-        });
-        queue.type = type;
-        this.#queues.add(queue);
-        signal?.addEventListener('abort', abort);
-        if (signal?.aborted) abort();
-        return queue.messages;
+        return newQueue(options, this.#queues).messages;
     }
 
     handle(name, handler) {
@@ -149,19 +130,14 @@ class Client extends EventEmitter {
     }
 
     async request(name, body, options = {}) {
-        const wait = checkWait(options, REQUEST_OPTIONS);
-        const { promise } = this.#requests.send(checkName('name', name), body, this.#destination(options), wait);
-        try {
-            return await promise; // as outcome() does, which costs a tenth of a request
-        } catch (makeError) {
-            throw makeError();
-        }
+        const destination = this.#destination(checkOptions(options, REQUEST_OPTIONS));
+        return (await this.#requests.send(checkName('name', name), body, destination, options))();
     }
 
     close() {
         if (this.#users === 0 || --this.#users > 0) return;
         this.#requests.end();
-        endWaits();
+        for (const wait of waits.values()) wait.reject(closed, true);
         for (const queue of this.#queues) queue.end();
         this.emit('close');
         // Errors that are still to come are heard.
@@ -212,14 +188,14 @@ class Client extends EventEmitter {
 
     #fail(type, error, fault) {
         const endpoint = toEndpoint(fault);
-        if (endpoint !== undefined && error === UNREACHABLE)
-            for (const wait of waits.values()) wait.lose?.(endpoint, () => unreachable(error, endpoint));
+        if (endpoint !== undefined && error === UNREACHABLE) lose(endpoint, error);
         if (endpoint !== undefined && this.#requests.isWithdrawal(endpoint)) return;
         this.emit('unreachable', { endpoint, error, fault });
     }
 
     #change(joined, left) {
-        for (const wait of waits.values()) wait.changed(left);
+        for (const endpoint of left) lose(endpoint, 'The endpoint has left the bus');
+        for (const wait of waits.values()) wait.changed?.();
         for (const endpoint of joined) this.#guard(this.emit, ['joined', { ...endpoint }]);
         for (const endpoint of left) this.#guard(this.emit, ['left', { ...endpoint }]);
     }
@@ -237,7 +213,6 @@ class Client extends EventEmitter {
 
     #destination({ to, ifUnknown = 'throw' }) {
         this.#checkOpen();
-        if (ifUnknown !== 'throw' && ifUnknown !== 'everyone') throw invalid("ifUnknown is 'throw' or 'everyone'");
         const name = to === undefined ? this.#configuration[2] : to;
         const target = to === undefined && name === '' ? undefined : toTarget(name);
         const destination = target && this.#presence.destination(target);

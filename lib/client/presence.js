@@ -55,20 +55,21 @@ class Presence {
 
     // The first endpoint that is the target.
     find(target) {
-        if (target.id === '') return this.destination(target)?.endpoints[0];
-        return this.has(target) ? target : undefined;
+        return this.destination(target)?.endpoints.find((endpoint) => this.has(endpoint));
     }
 
     // Where a message for the target goes: { endpoints, appId, appVersion, id }, of which the last three are arguments of
     // sendMessage; undefined where nobody is the target. An endpoint that is named in full need not be there.
+    // One without a version cannot be named alone, and one without an application cannot be named.
     destination(target) {
         const { appId, appVersion, id } = target;
-        if (id !== '') return { endpoints: [target], appId, appVersion, id };
+        if (appId === '') return undefined;
+        if (appVersion !== '' && id !== '') return { endpoints: [target], appId, appVersion, id };
         this.#look();
         const key = `${appId}\0${appVersion}`;
-        const destination = this.#destinations.get(key) ?? this.#choose(target, key);
+        const destination = this.#destinations.get(key) ?? this.#choose(target);
+        if (destination !== undefined) this.#destinations.set(key, destination);
         if (destination !== undefined || !this.hasHeard) return destination;
-        this.hasHeard = false;
         forget();
         return this.destination(target);
     }
@@ -96,27 +97,18 @@ class Presence {
         setImmediate(this.#changed, missing(this.#endpoints, before), missing(before, this.#endpoints));
     }
 
-    // A single endpoint is named in full: even if it is gone by then, the message does not go to everyone.
-    #choose(target, key) {
-        const endpoints = [...this.#endpoints].filter(isOf(target)).map(([, endpoint]) => endpoint);
+    // A comma in a field must not make an endpoint look like the target: the message would go to everyone. A single endpoint is
+    // named in full, so that it does not, either, when the endpoint is gone by then.
+    #choose({ appId, appVersion }) {
+        const isTarget = (one) =>
+            one.appId === appId &&
+            !one.appVersion.includes(',') &&
+            (appVersion === '' || one.appVersion === appVersion);
+        const endpoints = [...this.#endpoints.values()].filter(isTarget);
         if (endpoints.length === 0) return undefined;
-        const { appId, appVersion, id } = endpoints.length === 1 && endpoints[0].appVersion ? endpoints[0] : target;
-        const destination = { endpoints, appId, appVersion, id };
-        this.#destinations.set(key, destination);
-        return destination;
+        if (endpoints.length === 1 && endpoints[0].appVersion !== '') return { endpoints, ...endpoints[0] };
+        return { endpoints, appId, appVersion, id: '' };
     }
-}
-
-// Whether an endpoint's text is surely of the application, and of the version if one is given. A comma in a field must not
-// make it look so: the message would go to everyone.
-function isOf({ appId, appVersion }) {
-    const beginning = `{${appId},${appVersion === '' ? '' : `${appVersion},`}`;
-    const isUnclear = appId.includes(',') || appVersion.includes(',');
-    return ([text]) => {
-        if (isUnclear || !text.startsWith(beginning)) return false;
-        const comma = text.indexOf(',', beginning.length);
-        return appVersion === '' ? comma !== -1 && comma === text.lastIndexOf(',') : comma === -1;
-    };
 }
 
 module.exports = { forget, Presence };

@@ -4,40 +4,47 @@
 // it has read them.
 
 const { errorWithCode } = require('./checks');
+const { Wait } = require('./wait');
 
-// Answers { messages, push, end }: the loop's iterator, and how it is fed until it has ended, when ended() is called.
-function newQueue(limit, ended) {
+// Answers { type, messages, push, end }: the loop's iterator, and how it is fed. Until it has ended it is one of the queues.
+function newQueue({ type, limit = 1_000, signal }, queues) {
     const waiting = [];
-    let ending;
     let wake = () => {};
-    const end = (error) => {
-        if (ending !== undefined) return;
-        ending = { error };
-        ended();
+    let ending;
+    const wait = new Wait(undefined, { timeout: Infinity, signal });
+    wait.settle = (outcome) => {
+        ending ??= outcome;
+        queues.delete(queue);
         wake();
     };
+    const overflow = () =>
+        errorWithCode('ERR_BRIVONJS_OVERFLOW', `more than ${limit} messages were waiting to be read`);
     const push = (message) => {
         if (waiting.length < limit) waiting.push(message);
-        else end(errorWithCode('ERR_BRIVONJS_OVERFLOW', `more than ${limit} messages were waiting to be read`));
+        else wait.reject(overflow);
         wake();
     };
-    const leave = () => {
-        waiting.length = 0;
-        end();
-    };
+    const end = () => wait.end(() => {});
     const messages = read();
-    const { return: finish, throw: fail } = messages;
-    messages.return = (value) => (leave(), finish.call(messages, value));
-    messages.throw = (error) => (leave(), fail.call(messages, error));
+    for (const name of ['return', 'throw']) {
+        const finish = messages[name];
+        messages[name] = (value) => {
+            waiting.length = 0;
+            end();
+            return finish.call(messages, value);
+        };
+    }
     messages[Symbol.asyncDispose ?? Symbol.for('nodejs.asyncDispose')] = async () => void (await messages.return());
-    return { messages, push, end };
+    const queue = { type, messages, push, end };
+    queues.add(queue);
+    if (signal?.aborted) wait.abort();
+    return queue;
 
     async function* read() {
         for (; ; await new Promise((resolve) => (wake = resolve))) {
             while (waiting.length > 0) yield waiting.shift();
-            if (ending !== undefined) break;
+            if (ending !== undefined) return ending();
         }
-        if (ending.error !== undefined) throw ending.error;
     }
 }
 

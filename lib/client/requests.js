@@ -23,39 +23,30 @@ const VERBS = ['answer', 'request', 'cancel'];
 // Of so many endpoints. An error of the bus comes soon after what it is about, or never.
 const MOST_WITHDRAWALS = 100;
 
+// Resolves to the first response of its endpoints.
 class Request extends Wait {
-    lost; // ids of endpoints that have no response
-    failure;
-    hasSaid = false;
+    said; // the error of the last endpoint that has said that it has no response
 
     constructor(id, options, name, destination) {
-        super(id, options);
+        super(id, options, `no answer to '${name}'`);
         this.name = name;
+        this.isToEveryone = destination.endpoints.length === 0;
+        this.left = destination.endpoints; // that may still respond
         this.destination = destination;
     }
 
-    late() {
-        return errorWithCode('ERR_BRIVONJS_TIMEOUT', `no answer to '${this.name}' within ${this.timeout} ms`);
-    }
-
-    changed(left) {
-        for (const endpoint of left) this.lose(endpoint, () => unreachable('The endpoint has left the bus', endpoint));
-    }
-
-    // Whether the endpoint may still respond: anybody may to what everyone was sent.
-    isSentTo({ id }) {
-        const { endpoints } = this.destination;
-        return endpoints.length === 0 || (endpoints.some((one) => one.id === id) && !this.lost?.has(id));
+    // Anybody may respond to what everyone was sent.
+    mayRespond({ id }) {
+        return this.isToEveryone || this.left.some((one) => one.id === id);
     }
 
     // The endpoint has no response. What one has said goes before what is known of one that is gone.
-    lose(endpoint, makeError, isSaid = false) {
-        const { endpoints } = this.destination;
-        if (endpoints.length === 0 || !this.isSentTo(endpoint)) return;
-        this.lost = (this.lost ?? new Set()).add(endpoint.id);
-        if (isSaid || !this.hasSaid) this.failure = makeError;
-        this.hasSaid ||= isSaid;
-        if (this.lost.size === endpoints.length) this.reject(this.failure);
+    lose({ id }, makeError, isSaid) {
+        const left = this.left.filter((one) => one.id !== id);
+        if (left.length === this.left.length) return;
+        this.left = left;
+        if (isSaid) this.said = makeError;
+        if (left.length === 0) this.reject(this.said ?? makeError);
     }
 }
 
@@ -64,7 +55,7 @@ class Requests {
     #post; // (type, text, destination, isRequest)
     #presence;
     #handlers = new Map();
-    #serving = new Map(); // requests of others, by source and id
+    #serving = new Map(); // requests of others whose handlers are at work, by source and id
     #withdrawals = new Map(); // how many were sent since anything else, by the endpoint's id
 
     constructor(post, presence) {
@@ -79,7 +70,7 @@ class Requests {
         return () => void (this.#handlers.get(name) === own && this.#handlers.delete(name));
     }
 
-    // Answers the wait for the response.
+    // Resolves to what Wait.outcome does.
     send(name, body, destination, options) {
         const id = randomUUID(); // cheaper than a counter, whose texts the runtime keeps for a while
         const text = toText({ id, body });
@@ -87,9 +78,9 @@ class Requests {
         this.noteSend(destination);
         this.#post(`request:${name}`, text, destination, true);
         const request = new Request(id, options, name, destination);
-        request.over = this.#withdraw;
+        request.giveUp = this.#withdraw;
         this.#presence.watch();
-        return request;
+        return request.outcome;
     }
 
     // Answers whether the message is one of these.
@@ -113,8 +104,7 @@ class Requests {
     // Whether an error about the endpoint is about a withdrawal, of which the program knows nothing.
     isWithdrawal({ id }) {
         const count = this.#withdrawals.get(id) ?? 0;
-        this.#withdrawals.set(id, count - 1);
-        if (count <= 1) this.#withdrawals.delete(id);
+        if (count > 0) this.#withdrawals.set(id, count - 1);
         return count > 0;
     }
 
@@ -122,37 +112,30 @@ class Requests {
         this.isOpen = false;
         this.#handlers.clear();
         for (const [key, request] of this.#serving) {
-            this.#fail({ ...request, key: undefined }, closed());
-            this.#abort(key);
+            this.#fail(request, closed());
+            this.#abort(key, request);
         }
     }
 
-    #abort(key) {
-        const request = this.#serving.get(key);
-        if (request === undefined) return;
+    // Nothing is kept of a request that is over, even if its handler never ends.
+    #abort(key, request = this.#serving.get(key)) {
         this.#serving.delete(key);
-        request.isOver = true;
-        Context.abort(request.context);
+        if (request !== undefined) Context.abort(request.context);
     }
 
-    // At the end of a request. Only to those that are still there: the bus would report the others.
-    #withdraw = (isGivenUp, request) => {
-        if (!isGivenUp) return;
-        const { endpoints } = request.destination;
-        const [type, text] = [`cancel:${request.name}`, JSON.stringify({ id: request.id })];
-        if (endpoints.length === 0) this.#post(type, text, request.destination);
-        for (const endpoint of endpoints) {
-            if (!request.isSentTo(endpoint) || !this.#presence.has(endpoint)) continue;
-            this.#post(type, text, endpoint);
+    // Only for those that are still there: the bus would report the others.
+    #withdraw = ({ id, name, destination, isToEveryone, left }) => {
+        const there = isToEveryone ? [destination] : left.filter((endpoint) => this.#presence.has(endpoint));
+        for (const endpoint of there) {
+            this.#post(`cancel:${name}`, JSON.stringify({ id }), endpoint);
             this.#withdrawals.set(endpoint.id, (this.#withdrawals.get(endpoint.id) ?? 0) + 1);
-            if (this.#withdrawals.size > MOST_WITHDRAWALS)
-                this.#withdrawals.delete(this.#withdrawals.keys().next().value);
+            const [oldest] = this.#withdrawals.keys();
+            if (this.#withdrawals.size > MOST_WITHDRAWALS) this.#withdrawals.delete(oldest);
         }
     };
 
-    // Nothing is kept of a request that is over, even if its handler never ends.
     #serve(name, { id, body }, source) {
-        const request = { name, id, source, context: new Context(source), key: undefined, isOver: false };
+        const request = { name, id, source, context: new Context(source), key: undefined };
         try {
             const { handler } = this.#handlers.get(name) ?? {};
             if (handler === undefined)
@@ -177,16 +160,12 @@ class Requests {
         }
     }
 
-    // A requester without a version cannot be named alone; others of its kind do not know the request.
     #respond(request, body, error) {
-        if (request.isOver) return;
-        const { name, id, source } = request;
-        const { appId, appVersion } = source;
-        const destination = appVersion === '' ? this.#presence.destination({ appId, appVersion, id: '' }) : source;
-        if (appId !== '' && destination !== undefined)
-            this.#post(`answer:${name}`, JSON.stringify({ id, body, error }), destination);
-        request.isOver = true;
-        if (request.key !== undefined) this.#serving.delete(request.key);
+        const { key, name, id, source } = request;
+        if (key !== undefined && this.#serving.get(key) !== request) return; // it is over
+        const destination = this.#presence.destination(source);
+        if (destination !== undefined) this.#post(`answer:${name}`, JSON.stringify({ id, body, error }), destination);
+        this.#serving.delete(key);
     }
 }
 
@@ -210,8 +189,8 @@ class Context {
 
 // What an endpoint has said of a request, if it is one that waits for it.
 function settle(request, name, { body, error = null }, source) {
-    if (request?.name !== name || !request.isSentTo(source)) return;
-    if (error === null) request.resolve(body);
+    if (request?.name !== name || !request.mayRespond(source)) return;
+    if (error === null) request.end(() => body);
     else if (error.code === NO_HANDLER) request.lose(source, () => toError(error), true);
     else if (error.code === CLOSED) request.lose(source, () => unreachable('The client is closed', source));
     else request.reject(() => toError(error));
@@ -219,6 +198,11 @@ function settle(request, name, { body, error = null }, source) {
 
 const unreachable = (reason, endpoint) =>
     errorWithCode('ERR_BRIVONJS_UNREACHABLE', `${reason}: ${fromEndpoint(endpoint)}`);
+
+// The endpoint has no response to anything.
+function lose(endpoint, reason) {
+    for (const wait of waits.values()) wait.lose?.(endpoint, () => unreachable(reason, endpoint));
+}
 
 // What JSON is to hold of something that was thrown.
 function partsOf(thrown) {
@@ -236,4 +220,4 @@ function toError(error) {
     return errorWithCode('ERR_BRIVONJS_ANSWER', `the other side failed: ${words}`, { cause });
 }
 
-module.exports = { Requests, unreachable };
+module.exports = { lose, Requests };

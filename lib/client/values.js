@@ -7,15 +7,14 @@ const { checkName, checkOptions, checkText, invalid } = require('./checks');
 // A payload: a text as it is, and an object or an array as JSON.
 function toText(payload) {
     if (typeof payload === 'string') return checkText('the payload', payload);
-    const meaning = 'a payload is a string, or an object or an array that JSON can hold';
-    let json;
+    let json, cause;
     try {
         json = JSON.stringify(payload);
-    } catch (cause) {
-        throw invalid(meaning, { cause });
+    } catch (error) {
+        cause = error;
     }
-    if (json?.[0] !== '{' && json?.[0] !== '[') throw invalid(meaning);
-    return json;
+    if (json?.[0] === '{' || json?.[0] === '[') return json;
+    throw invalid('a payload is a string, or an object or an array that JSON can hold', cause && { cause });
 }
 
 // An object or an array where the text is JSON of one, else the text.
@@ -34,9 +33,8 @@ function toTarget(to) {
     if (!isPlain(to)) throw invalid('to must be a string, or a plain object with an appId');
     const { appId, appVersion = '', id = '' } = checkOptions(to, ['appId', 'appVersion', 'id'], 'to');
     checkName('appId', appId);
-    if (checkText('id', id) !== '' && appVersion === '')
-        throw invalid('an endpoint has an appId, an appVersion and an id');
-    return { appId, appVersion: checkText('appVersion', appVersion), id };
+    if (id !== '' && appVersion === '') throw invalid('an endpoint has an appId, an appVersion and an id');
+    return { appId, appVersion, id };
 }
 
 // Plain objects of other realms have a prototype of their own, which has none either.

@@ -2,7 +2,9 @@
 
 // What a program waits for until its time is over, its signal is aborted or the client is closed.
 
-const { closed } = require('./checks');
+const { setMaxListeners } = require('node:events');
+
+const { errorWithCode } = require('./checks');
 
 // A timer of the runtime's fires at once where it is given more.
 const LONGEST_TIMER_MS = 2 ** 31 - 1;
@@ -12,58 +14,49 @@ function startTimer(action, milliseconds, argument) {
     return milliseconds > LONGEST_TIMER_MS ? undefined : setTimeout(action, milliseconds, argument);
 }
 
-// All that are under way, by their ids. A process has one client.
+// Those that end with the client, by their ids. A process has one client.
 const waits = new Map();
 
-// Each kind has changed(left), for when endpoints have come or left, late(), the error when the time is over, and, unless it
-// is not to know, over(isGivenUp, wait), where isGivenUp says that the program wants it no more.
+// A kind may have changed(), for when endpoints have come, lose(endpoint, makeError), for when one has gone, and
+// giveUp(wait), for when the program no longer waits.
 class Wait {
-    constructor(id, { timeout, signal }) {
+    // Resolves to a function that answers, or throws: called by the function that waits, it makes the error where the runtime
+    // knows the asynchronous stack.
+    outcome = new Promise((resolve) => (this.settle = resolve));
+
+    // Without an id it does not end with the client.
+    constructor(id, { timeout = 30_000, signal }, missing) {
         this.id = id;
-        this.promise = new Promise((resolve, reject) => {
-            this.settle = resolve;
-            this.fail = reject;
-        });
         this.timeout = timeout;
+        this.missing = missing;
         this.timer = startTimer(endInTime, timeout, this);
+        if (id !== undefined) waits.set(id, this);
+        if (signal === undefined) return;
+        setMaxListeners(0, signal); // a program's one signal for its end may end many things
         this.signal = signal;
-        this.abort = signal && (() => this.reject(() => signal.reason, true));
-        signal?.addEventListener('abort', this.abort);
-        waits.set(id, this);
+        this.abort = () => this.reject(() => signal.reason, true);
+        signal.addEventListener('abort', this.abort);
     }
 
-    resolve(value) {
-        this.end(false);
-        this.settle(value);
+    reject(makeError, isGivenUp) {
+        const fail = () => {
+            throw makeError();
+        };
+        this.end(fail, isGivenUp);
     }
 
-    // The promise is rejected with the function, for outcome().
-    reject(makeError, isGivenUp = false) {
-        this.end(isGivenUp);
-        this.fail(makeError);
-    }
-
-    end(isGivenUp) {
+    end(outcome, isGivenUp = false) {
         waits.delete(this.id);
         clearTimeout(this.timer);
         this.signal?.removeEventListener('abort', this.abort);
-        this.over?.(isGivenUp, this);
+        if (isGivenUp) this.giveUp?.(this);
+        this.settle(outcome);
     }
 }
 
-const endInTime = (wait) => wait.reject(() => wait.late(), true);
-
-function endWaits() {
-    for (const wait of waits.values()) wait.reject(closed, true);
+function endInTime(wait) {
+    const makeError = () => errorWithCode('ERR_BRIVONJS_TIMEOUT', `${wait.missing} within ${wait.timeout} ms`);
+    wait.reject(makeError, true);
 }
 
-// Makes the error where the runtime knows the asynchronous stack of whoever waits.
-async function outcome(promise) {
-    try {
-        return await promise;
-    } catch (makeError) {
-        throw makeError();
-    }
-}
-
-module.exports = { endWaits, outcome, startTimer, Wait, waits };
+module.exports = { startTimer, Wait, waits };
