@@ -1,6 +1,6 @@
 'use strict';
 
-// Checks of what a program passes, and the errors that say what is wrong with it.
+// Options, targets and payloads of a program's, and the errors that say what is wrong with them.
 
 function errorWithCode(code, message, options) {
     return Object.assign(new Error(message, options), { code });
@@ -29,22 +29,15 @@ const must = (holds, text) => (name, value) => {
     if (!holds(value)) throw invalid(`${name} ${text}`);
 };
 
-// What options may be where they are given, whichever call takes them.
+// What options may be where they are given, whichever call takes them. Others are texts.
 const CHECKS = {
-    appVersion: checkText,
-    args: checkText,
-    defaultAppId: checkText,
     focus: must((value) => typeof value === 'boolean', 'must be a boolean'),
-    folder: checkText,
-    id: checkText,
     ifUnknown: must((value) => value === 'throw' || value === 'everyone', "is 'throw' or 'everyone'"),
     limit: must((value) => typeof value === 'number' && value >= 1, 'must be a positive number'),
     signal: must((value) => value instanceof AbortSignal, 'must be an AbortSignal'),
-    timeout: must(
-        (value) => typeof value === 'number' && value > 0,
-        'must be a positive number of milliseconds, or Infinity',
-    ),
-    type: checkText,
+    timeout: must((ms) => typeof ms === 'number' && ms > 0, 'must be a positive number of milliseconds, or Infinity'),
+    to: () => {}, // where it is used
+    waitFor: (name, value) => toTarget(value),
 };
 
 // An object of options, of which there are no others than these.
@@ -52,8 +45,60 @@ function checkOptions(options, names, what = 'options') {
     if (typeof options !== 'object' || options === null) throw invalid(`${what} must be an object`);
     for (const name of Object.keys(options))
         if (!names.includes(name)) throw invalid(`${what} has no '${name}', but ${names.join(', ')}`);
-    for (const name of names) if (options[name] !== undefined) CHECKS[name]?.(name, options[name]);
+    for (const name of names) if (options[name] !== undefined) (CHECKS[name] ?? checkText)(name, options[name]);
     return options;
 }
 
-module.exports = { checkName, checkOptions, checkText, closed, errorWithCode, invalid };
+// A payload: a text as it is, and an object or an array as JSON.
+function toText(payload) {
+    if (typeof payload === 'string') return checkText('the payload', payload);
+    let json, cause;
+    try {
+        json = JSON.stringify(payload);
+    } catch (error) {
+        cause = error;
+    }
+    if (json?.[0] === '{' || json?.[0] === '[') return json;
+    throw invalid('a payload is a string, or an object or an array that JSON can hold', cause && { cause });
+}
+
+// An object or an array where the text is JSON of one, else the text.
+function fromText(text) {
+    if (!/^\s*[[{]/.test(text)) return text;
+    try {
+        return JSON.parse(text);
+    } catch {
+        return text;
+    }
+}
+
+// { appId, appVersion, id }, of which the last two may be empty.
+function toTarget(to) {
+    if (typeof to === 'string') return { appId: checkName('to', to), appVersion: '', id: '' };
+    if (!isPlain(to)) throw invalid('to must be a string, or a plain object with an appId');
+    const { appId, appVersion = '', id = '' } = checkOptions(to, ['appId', 'appVersion', 'id'], 'to');
+    checkName('appId', appId);
+    if (id !== '' && appVersion === '') throw invalid('an endpoint has an appId, an appVersion and an id');
+    return { appId, appVersion, id };
+}
+
+// Plain objects of other realms have a prototype of their own, which has none either.
+function isPlain(value) {
+    const prototype = typeof value === 'object' && value !== null ? Object.getPrototypeOf(value) : undefined;
+    return prototype === null || (prototype !== undefined && Object.getPrototypeOf(prototype) === null);
+}
+
+const nameOf = ({ appId, appVersion, id }) => [appId, appVersion, id].filter(Boolean).join(',');
+
+module.exports = {
+    checkName,
+    checkOptions,
+    checkText,
+    closed,
+    errorWithCode,
+    fromText,
+    invalid,
+    nameOf,
+    toTarget,
+    toText,
+};

@@ -9,14 +9,15 @@ const { EventEmitter } = require('node:events');
 const { BrivonAdapter } = require('../index');
 const { openBus } = require('../bus');
 const { ERROR_TYPE, TYPE_PREFIX } = require('../constants');
-const { checkName, checkOptions, closed, errorWithCode, invalid } = require('./checks');
+const checks = require('./checks');
 const control = require('./control');
 const { Presence } = require('./presence');
 const { lose, Requests } = require('./requests');
 const { newQueue } = require('./queue');
 const { fromEndpoint, toEndpoint, withoutPrefix } = require('../texts');
-const { fromText, nameOf, toTarget, toText } = require('./values');
 const { Wait, waits } = require('./wait');
+
+const { checkName, checkOptions, closed, errorWithCode, fromText, invalid, nameOf, toTarget, toText } = checks;
 
 // The stand-ins' words for a message that its destination did not get, and codes for their statuses of a send.
 const UNREACHABLE = 'Destination unreachable';
@@ -32,48 +33,34 @@ const REQUEST_OPTIONS = ['to', 'ifUnknown', ...WAIT_OPTIONS];
 
 // Kept for good, open or not: the collection of its adapter would silence the next one.
 let only;
+let configuration;
+let users = 0;
 
 class Client extends EventEmitter {
-    #configuration;
-    #standins;
-    #adapter;
-    #users = 0;
+    #standins = openBus();
+    #adapter = new BrivonAdapter(...configuration);
+    #isWatched = () => waits.size + this.listenerCount('joined') + this.listenerCount('left') > 0;
+    #presence = new Presence(this.#adapter, this.#isWatched, this.#change.bind(this));
+    #requests = new Requests(this.#post.bind(this), this.#presence);
     #isListening = false;
     #queues = new Set();
-    #presence;
-    #requests;
 
-    constructor(configuration) {
+    constructor() {
         super({ captureRejections: true });
-        this.#configuration = configuration;
-        this.#standins = openBus();
-        this.#adapter = new BrivonAdapter(...configuration);
-        const isWatched = () => waits.size + this.listenerCount('joined') + this.listenerCount('left') > 0;
-        this.#presence = new Presence(this.#adapter, isWatched, (joined, left) => this.#change(joined, left));
-        this.#requests = new Requests(this.#post.bind(this), this.#presence);
         this.on('newListener', this.#prepareFor);
     }
 
     static connect(options) {
         const { appId, appVersion, defaultAppId = '' } = checkOptions(options, ['appId', 'appVersion', 'defaultAppId']);
         // What has no version cannot be named, and so not be answered.
-        const configuration = [checkName('appId', appId), checkName('appVersion', appVersion), defaultAppId];
-        only ??= new Client(configuration);
-        if (only.#configuration.join('\0') !== configuration.join('\0'))
+        const wanted = [checkName('appId', appId), checkName('appVersion', appVersion), defaultAppId];
+        if (only === undefined) configuration = wanted;
+        only ??= new Client();
+        if (configuration.join('\0') !== wanted.join('\0'))
             throw errorWithCode('ERR_BRIVONJS_CONNECTED', `this process is on the bus as ${fromEndpoint(only.self)}`);
-        only.#users += 1;
+        users += 1;
         only.#requests.isOpen = true;
         return only;
-    }
-
-    static async launch(specifier, options = {}) {
-        const { waitFor, timeout, ...others } = checkOptions(options, LAUNCH_OPTIONS);
-        if (waitFor === undefined) return await control.launch(specifier, others);
-        if (only === undefined) throw closed();
-        only.#checkOpen();
-        toTarget(waitFor); // before the launch
-        await control.launch(specifier, others);
-        return await only.whenPresent(waitFor, { timeout, signal: others.signal });
     }
 
     // All of the program's: without the client's own, later ones would hear nothing.
@@ -99,14 +86,14 @@ class Client extends EventEmitter {
     }
 
     broadcast(type, payload) {
-        this.#checkOpen();
+        checkOpen();
         this.#post(checkName('type', type), toText(payload), EVERYONE);
     }
 
     async whenPresent(target, options = {}) {
         checkOptions(options, WAIT_OPTIONS).signal?.throwIfAborted();
         const wanted = toTarget(target);
-        this.#checkOpen();
+        checkOpen();
         const wait = new Wait({}, options, `'${nameOf(wanted)}' was not on the bus`);
         wait.changed = () => {
             const found = this.#presence.find(wanted);
@@ -135,7 +122,7 @@ class Client extends EventEmitter {
     }
 
     close() {
-        if (this.#users === 0 || --this.#users > 0) return;
+        if (users === 0 || --users > 0) return;
         this.#requests.end();
         for (const wait of waits.values()) wait.reject(closed, true);
         for (const queue of this.#queues) queue.end();
@@ -148,10 +135,6 @@ class Client extends EventEmitter {
         this.close();
     }
 
-    #checkOpen() {
-        if (this.#users === 0) throw closed();
-    }
-
     #prepareFor = (event) => {
         if (event === 'message' || event === 'unreachable') this.#listen();
         if (event === 'joined' || event === 'left') this.#presence.watch();
@@ -159,7 +142,7 @@ class Client extends EventEmitter {
 
     // The event loop stays alive from here on. A closed client goes on, to refuse requests.
     #listen() {
-        this.#checkOpen();
+        checkOpen();
         if (this.#isListening) return;
         this.#isListening = true;
         this.#adapter.addMessageListener((...message) => this.#guard(this.#receive, message));
@@ -211,10 +194,9 @@ class Client extends EventEmitter {
         throw errorWithCode(code, `the library refused '${type}' with status ${status}`);
     }
 
-    #destination({ to, ifUnknown = 'throw' }) {
-        this.#checkOpen();
-        const name = to === undefined ? this.#configuration[2] : to;
-        const target = to === undefined && name === '' ? undefined : toTarget(name);
+    #destination({ to = configuration[2] || undefined, ifUnknown }) {
+        checkOpen();
+        const target = to === undefined ? undefined : toTarget(to);
         const destination = target && this.#presence.destination(target);
         if (destination !== undefined) return destination;
         if (ifUnknown === 'everyone') return EVERYONE;
@@ -223,10 +205,15 @@ class Client extends EventEmitter {
     }
 }
 
-module.exports = {
-    applications: control.applications,
-    connect: Client.connect,
-    ERROR_TYPE,
-    launch: Client.launch,
-    TYPE_PREFIX,
-};
+function checkOpen() {
+    if (users === 0) throw closed();
+}
+
+async function launch(specifier, options = {}) {
+    const { waitFor, timeout, ...others } = checkOptions(options, LAUNCH_OPTIONS);
+    if (waitFor !== undefined) checkOpen();
+    await control.launch(specifier, others);
+    return waitFor && (await only.whenPresent(waitFor, { timeout, signal: others.signal }));
+}
+
+module.exports = { applications: control.applications, connect: Client.connect, ERROR_TYPE, launch, TYPE_PREFIX };

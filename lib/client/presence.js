@@ -19,9 +19,6 @@ function forget() {
 class Presence {
     // A message has come in, whose source may be newer than the list of this turn.
     hasHeard = false;
-    #adapter;
-    #isWatched;
-    #changed;
     #texts = [];
     #endpoints = new Map(); // by their texts, without this program's own
     #destinations = new Map(); // by target, until the endpoints change
@@ -29,9 +26,7 @@ class Presence {
 
     // Calls changed(joined, left) with the endpoints, from the call of watch() on for as long as isWatched().
     constructor(adapter, isWatched, changed) {
-        this.#adapter = adapter;
-        this.#isWatched = isWatched;
-        this.#changed = changed;
+        Object.assign(this, { adapter, isWatched, changed });
     }
 
     get endpoints() {
@@ -42,7 +37,7 @@ class Presence {
     watch() {
         this.#look();
         this.#timer ??= setInterval(() => {
-            if (this.#isWatched()) this.#look();
+            if (this.isWatched()) this.#look();
             else this.#timer = clearInterval(this.#timer);
         }, LOOK_INTERVAL_MS).unref();
     }
@@ -50,7 +45,7 @@ class Presence {
     has(endpoint) {
         this.#look();
         const text = fromEndpoint(endpoint);
-        return this.#endpoints.has(text) || text === this.#adapter.getSelfEndpoint();
+        return this.#endpoints.has(text) || text === this.adapter.getSelfEndpoint();
     }
 
     // The first endpoint that is the target.
@@ -79,22 +74,22 @@ class Presence {
         isCurrent = true;
         this.hasHeard = false;
         setImmediate(forget);
-        const texts = this.#adapter.getEndpointCacheSnapshot();
+        const texts = this.adapter.getEndpointCacheSnapshot();
         if (texts.length !== this.#texts.length || texts.some((text, i) => text !== this.#texts[i])) this.#take(texts);
     }
 
     #take(texts) {
         const before = this.#endpoints;
-        const self = this.#adapter.getSelfEndpoint();
+        const self = this.adapter.getSelfEndpoint();
         const others = texts.filter((text) => text !== self).map((text) => [text, toEndpoint(text)]);
         this.#texts = texts;
         this.#endpoints = new Map(others.filter(([, endpoint]) => endpoint !== undefined));
         this.#destinations.clear();
-        if (!this.#isWatched()) return;
+        if (!this.isWatched()) return;
         const missing = (from, others) =>
             [...from].filter(([text]) => !others.has(text)).map(([, endpoint]) => endpoint);
         // Later, because what those who left have sent before is heard first.
-        setImmediate(this.#changed, missing(this.#endpoints, before), missing(before, this.#endpoints));
+        setImmediate(this.changed, missing(this.#endpoints, before), missing(before, this.#endpoints));
     }
 
     // A comma in a field must not make an endpoint look like the target: the message would go to everyone. A single endpoint is

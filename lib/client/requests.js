@@ -9,9 +9,8 @@
 
 const { randomUUID } = require('node:crypto');
 
-const { closed, errorWithCode } = require('./checks');
+const { closed, errorWithCode, fromText, toText } = require('./checks');
 const { fromEndpoint } = require('../texts');
-const { fromText, toText } = require('./values');
 const { Wait, waits } = require('./wait');
 
 // An error with one of these codes says that the endpoint has no response; another one may have.
@@ -52,15 +51,13 @@ class Request extends Wait {
 
 class Requests {
     isOpen = false;
-    #post; // (type, text, destination, isRequest)
-    #presence;
     #handlers = new Map();
     #serving = new Map(); // requests of others whose handlers are at work, by source and id
     #withdrawals = new Map(); // how many were sent since anything else, by the endpoint's id
 
+    // Sends by post(type, text, destination, isRequest).
     constructor(post, presence) {
-        this.#post = post;
-        this.#presence = presence;
+        Object.assign(this, { post, presence });
     }
 
     handle(name, handler) {
@@ -76,10 +73,10 @@ class Requests {
         const text = toText({ id, body });
         options.signal?.throwIfAborted(); // by now, perhaps while the body was made JSON
         this.noteSend(destination);
-        this.#post(`request:${name}`, text, destination, true);
+        this.post(`request:${name}`, text, destination, true);
         const request = new Request(id, options, name, destination);
         request.giveUp = this.#withdraw;
-        this.#presence.watch();
+        this.presence.watch();
         return request.outcome;
     }
 
@@ -125,12 +122,12 @@ class Requests {
 
     // Only for those that are still there: the bus would report the others.
     #withdraw = ({ id, name, destination, isToEveryone, left }) => {
-        const there = isToEveryone ? [destination] : left.filter((endpoint) => this.#presence.has(endpoint));
+        const there = isToEveryone ? [destination] : left.filter((endpoint) => this.presence.has(endpoint));
         for (const endpoint of there) {
-            this.#post(`cancel:${name}`, JSON.stringify({ id }), endpoint);
+            this.post(`cancel:${name}`, JSON.stringify({ id }), endpoint);
             this.#withdrawals.set(endpoint.id, (this.#withdrawals.get(endpoint.id) ?? 0) + 1);
-            const [oldest] = this.#withdrawals.keys();
-            if (this.#withdrawals.size > MOST_WITHDRAWALS) this.#withdrawals.delete(oldest);
+            if (this.#withdrawals.size > MOST_WITHDRAWALS)
+                this.#withdrawals.delete(this.#withdrawals.keys().next().value);
         }
     };
 
@@ -163,8 +160,8 @@ class Requests {
     #respond(request, body, error) {
         const { key, name, id, source } = request;
         if (key !== undefined && this.#serving.get(key) !== request) return; // it is over
-        const destination = this.#presence.destination(source);
-        if (destination !== undefined) this.#post(`answer:${name}`, JSON.stringify({ id, body, error }), destination);
+        const destination = this.presence.destination(source);
+        if (destination !== undefined) this.post(`answer:${name}`, JSON.stringify({ id, body, error }), destination);
         this.#serving.delete(key);
     }
 }
@@ -206,8 +203,7 @@ function lose(endpoint, reason) {
 
 // What JSON is to hold of something that was thrown.
 function partsOf(thrown) {
-    if (typeof thrown !== 'object' || thrown === null) return { message: String(thrown) };
-    const { name, message, code } = thrown;
+    const { name, message, code } = Object(thrown);
     const isCode = typeof code === 'string' || typeof code === 'number';
     return { name: name && String(name), message: String(message ?? thrown), code: isCode ? code : undefined };
 }

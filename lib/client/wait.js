@@ -10,8 +10,8 @@ const { errorWithCode } = require('./checks');
 const LONGEST_TIMER_MS = 2 ** 31 - 1;
 
 // No timer for a longer time than it can take, which is as good as no limit.
-function startTimer(action, milliseconds, argument) {
-    return milliseconds > LONGEST_TIMER_MS ? undefined : setTimeout(action, milliseconds, argument);
+function startTimer(action, milliseconds) {
+    return milliseconds > LONGEST_TIMER_MS ? undefined : setTimeout(action, milliseconds);
 }
 
 // Those that end with the client, by their ids. A process has one client.
@@ -26,10 +26,9 @@ class Wait {
 
     // Without an id it does not end with the client.
     constructor(id, { timeout = 30_000, signal }, missing) {
+        const late = () => errorWithCode('ERR_BRIVONJS_TIMEOUT', `${missing} within ${timeout} ms`);
+        this.timer = startTimer(() => this.reject(late, true), timeout);
         this.id = id;
-        this.timeout = timeout;
-        this.missing = missing;
-        this.timer = startTimer(endInTime, timeout, this);
         if (id !== undefined) waits.set(id, this);
         if (signal === undefined) return;
         setMaxListeners(0, signal); // a program's one signal for its end may end many things
@@ -52,11 +51,6 @@ class Wait {
         if (isGivenUp) this.giveUp?.(this);
         this.settle(outcome);
     }
-}
-
-function endInTime(wait) {
-    const makeError = () => errorWithCode('ERR_BRIVONJS_TIMEOUT', `${wait.missing} within ${wait.timeout} ms`);
-    wait.reject(makeError, true);
 }
 
 module.exports = { startTimer, Wait, waits };
