@@ -88,17 +88,4 @@ function isPlain(value) {
     return prototype === null || (prototype !== undefined && Object.getPrototypeOf(prototype) === null);
 }
 
-const nameOf = ({ appId, appVersion, id }) => [appId, appVersion, id].filter(Boolean).join(',');
-
-module.exports = {
-    checkName,
-    checkOptions,
-    checkText,
-    closed,
-    errorWithCode,
-    fromText,
-    invalid,
-    nameOf,
-    toTarget,
-    toText,
-};
+module.exports = { checkName, checkOptions, checkText, closed, errorWithCode, fromText, invalid, toTarget, toText };

@@ -36,19 +36,13 @@ async function launch(specifier, { focus = true, args = '', folder, signal }) {
     signal?.throwIfAborted();
     const library = control(folder);
     // The library calls back in a later turn.
-    library.launchApp(specifier, focus, args, (cause, isLaunched) => {
-        if (isLaunched) wait.end(() => {});
-        else wait.reject(() => notLaunched(library, specifier, cause));
-    });
+    library.launchApp(specifier, focus, args, (...results) => wait.end(() => results));
     const wait = new Wait(undefined, { timeout: Infinity, signal });
-    return (await wait.outcome)();
-}
-
-function notLaunched(library, specifier, cause) {
-    let reason = 'the library refused';
-    if (cause !== undefined) reason = cause.message;
-    else if (!library.isAppInstalled(specifier)) reason = 'it is not installed';
-    return errorWithCode('ERR_BRIVONJS_NOT_LAUNCHED', `'${specifier}' was not launched: ${reason}`, cause && { cause });
+    const [cause, isLaunched] = (await wait.outcome)();
+    if (isLaunched) return;
+    const reason = library.isAppInstalled(specifier) ? 'the library refused' : 'it is not installed';
+    const message = `'${specifier}' was not launched: ${cause?.message ?? reason}`;
+    throw errorWithCode('ERR_BRIVONJS_NOT_LAUNCHED', message, cause && { cause });
 }
 
 module.exports = { applications, launch };

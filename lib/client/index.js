@@ -9,15 +9,12 @@ const { EventEmitter } = require('node:events');
 const { BrivonAdapter } = require('../index');
 const { openBus } = require('../bus');
 const { ERROR_TYPE, TYPE_PREFIX } = require('../constants');
-const checks = require('./checks');
+const { checkName, checkOptions, closed, errorWithCode, fromText, invalid, toTarget, toText } = require('./checks');
 const control = require('./control');
 const { Presence } = require('./presence');
 const { lose, Requests } = require('./requests');
-const { newQueue } = require('./queue');
 const { fromEndpoint, toEndpoint, withoutPrefix } = require('../texts');
-const { Wait, waits } = require('./wait');
-
-const { checkName, checkOptions, closed, errorWithCode, fromText, invalid, nameOf, toTarget, toText } = checks;
+const { newQueue, Wait, waits } = require('./wait');
 
 // The stand-ins' words for a message that its destination did not get, and codes for their statuses of a send.
 const UNREACHABLE = 'Destination unreachable';
@@ -96,7 +93,7 @@ class Client extends EventEmitter {
         checkOpen();
         const wait = new Wait({}, options, `'${nameOf(wanted)}' was not on the bus`);
         wait.changed = () => {
-            const found = this.#presence.find(wanted);
+            const found = this.#presence.destination(wanted)?.endpoints.find((one) => this.#presence.has(one));
             if (found !== undefined) wait.end(() => ({ ...found }));
         };
         this.#presence.watch();
@@ -129,10 +126,6 @@ class Client extends EventEmitter {
         this.emit('close');
         // Errors that are still to come are heard.
         for (const event of this.eventNames()) if (event !== 'error') this.removeAllListeners(event);
-    }
-
-    [Symbol.dispose ?? Symbol.for('nodejs.dispose')]() {
-        this.close();
     }
 
     #prepareFor = (event) => {
@@ -172,8 +165,8 @@ class Client extends EventEmitter {
     #fail(type, error, fault) {
         const endpoint = toEndpoint(fault);
         if (endpoint !== undefined && error === UNREACHABLE) lose(endpoint, error);
-        if (endpoint !== undefined && this.#requests.isWithdrawal(endpoint)) return;
-        this.emit('unreachable', { endpoint, error, fault });
+        if (endpoint === undefined || !this.#requests.isWithdrawal(endpoint))
+            this.emit('unreachable', { endpoint, error, fault });
     }
 
     #change(joined, left) {
@@ -204,6 +197,10 @@ class Client extends EventEmitter {
         throw errorWithCode('ERR_BRIVONJS_UNKNOWN_TARGET', reason ?? 'there is neither to nor a default application');
     }
 }
+
+Client.prototype[Symbol.dispose ?? Symbol.for('nodejs.dispose')] = Client.prototype.close;
+
+const nameOf = ({ appId, appVersion, id }) => [appId, appVersion, id].filter(Boolean).join(',');
 
 function checkOpen() {
     if (users === 0) throw closed();

@@ -48,11 +48,6 @@ class Presence {
         return this.#endpoints.has(text) || text === this.adapter.getSelfEndpoint();
     }
 
-    // The first endpoint that is the target.
-    find(target) {
-        return this.destination(target)?.endpoints.find((endpoint) => this.has(endpoint));
-    }
-
     // Where a message for the target goes: { endpoints, appId, appVersion, id }, of which the last three are arguments of
     // sendMessage; undefined where nobody is the target. An endpoint that is named in full need not be there.
     // One without a version cannot be named alone, and one without an application cannot be named.
