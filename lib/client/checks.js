@@ -2,14 +2,11 @@
 
 // Options, targets and payloads of a program's, and the errors that say what is wrong with them.
 
-function errorWithCode(code, message, options) {
-    return Object.assign(new Error(message, options), { code });
+function errorWithCode(code, message, options, Type = Error) {
+    return Object.assign(new Type(message, options), { code });
 }
 
-function invalid(message, options) {
-    return Object.assign(new TypeError(message, options), { code: 'ERR_INVALID_ARG_VALUE' });
-}
-
+const invalid = (message, options) => errorWithCode('ERR_INVALID_ARG_VALUE', message, options, TypeError);
 const closed = () => errorWithCode('ERR_BRIVONJS_CLOSED', 'the client is closed');
 
 // A text that arrives as it is. Libraries end it at a NUL, and UTF-8 has no lone surrogates.
@@ -64,9 +61,8 @@ function toText(payload) {
 
 // An object or an array where the text is JSON of one, else the text.
 function fromText(text) {
-    if (!/^\s*[[{]/.test(text)) return text;
     try {
-        return JSON.parse(text);
+        return /^\s*[[{]/.test(text) ? JSON.parse(text) : text;
     } catch {
         return text;
     }

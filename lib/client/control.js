@@ -1,10 +1,9 @@
 'use strict';
 
-// Application control as programs use it: what there is, as objects, and launches as promises.
+// Application control as programs use it: what there is, as objects.
 
 const { BrivonControlAdapter, _setLibraryPath } = require('../index');
-const { checkOptions, checkText, errorWithCode } = require('./checks');
-const { Wait } = require('./wait');
+const { checkOptions } = require('./checks');
 
 let adapter;
 
@@ -30,19 +29,4 @@ function applications(options = {}) {
     }));
 }
 
-// The options have been checked.
-async function launch(specifier, { focus = true, args = '', folder, signal }) {
-    checkText('specifier', specifier);
-    signal?.throwIfAborted();
-    const library = control(folder);
-    // The library calls back in a later turn.
-    library.launchApp(specifier, focus, args, (...results) => wait.end(() => results));
-    const wait = new Wait(undefined, { timeout: Infinity, signal });
-    const [cause, isLaunched] = (await wait.outcome)();
-    if (isLaunched) return;
-    const reason = library.isAppInstalled(specifier) ? 'the library refused' : 'it is not installed';
-    const message = `'${specifier}' was not launched: ${cause?.message ?? reason}`;
-    throw errorWithCode('ERR_BRIVONJS_NOT_LAUNCHED', message, cause && { cause });
-}
-
-module.exports = { applications, launch };
+module.exports = { applications, control };

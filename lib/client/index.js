@@ -9,12 +9,14 @@ const { EventEmitter } = require('node:events');
 const { BrivonAdapter } = require('../index');
 const { openBus } = require('../bus');
 const { ERROR_TYPE, TYPE_PREFIX } = require('../constants');
-const { checkName, checkOptions, closed, errorWithCode, fromText, invalid, toTarget, toText } = require('./checks');
-const control = require('./control');
+const checks = require('./checks');
+const { applications, control } = require('./control');
 const { Presence } = require('./presence');
 const { lose, Requests } = require('./requests');
 const { fromEndpoint, toEndpoint, withoutPrefix } = require('../texts');
 const { newQueue, Wait, waits } = require('./wait');
+
+const { checkName, checkOptions, checkText, closed, errorWithCode, fromText, invalid, toTarget, toText } = checks;
 
 // The stand-ins' words for a message that its destination did not get, and codes for their statuses of a send.
 const UNREACHABLE = 'Destination unreachable';
@@ -77,9 +79,7 @@ class Client extends EventEmitter {
     send(type, payload, options = {}) {
         checkName('type', type);
         const destination = this.#destination(checkOptions(options, ['to', 'ifUnknown']));
-        const text = toText(payload);
-        this.#requests.noteSend(destination);
-        this.#post(type, text, destination);
+        this.#post(type, toText(payload), destination);
     }
 
     broadcast(type, payload) {
@@ -177,8 +177,9 @@ class Client extends EventEmitter {
     }
 
     // Throws where the library is known to refuse the message; that a receiver is full, for requests only.
-    #post(type, text, { appId, appVersion, id }, isRequest = false) {
+    #post(type, text, { endpoints = [], appId, appVersion, id }, isRequest = false) {
         if (isRequest) this.#listen();
+        this.#requests.noteSend(endpoints);
         if (appVersion === '') this.#adapter.sendMessage(type, text, appId);
         else this.#adapter.sendMessage(type, text, appId, appVersion, id);
         const status = this.#standins?.sendStatus() ?? 0;
@@ -193,8 +194,10 @@ class Client extends EventEmitter {
         const destination = target && this.#presence.destination(target);
         if (destination !== undefined) return destination;
         if (ifUnknown === 'everyone') return EVERYONE;
-        const reason = target && `nobody on the bus is '${nameOf(target)}'`;
-        throw errorWithCode('ERR_BRIVONJS_UNKNOWN_TARGET', reason ?? 'there is neither to nor a default application');
+        const reason = target
+            ? `nobody on the bus is '${nameOf(target)}'`
+            : 'there is neither to nor a default application';
+        throw errorWithCode('ERR_BRIVONJS_UNKNOWN_TARGET', reason);
     }
 }
 
@@ -207,10 +210,19 @@ function checkOpen() {
 }
 
 async function launch(specifier, options = {}) {
-    const { waitFor, timeout, ...others } = checkOptions(options, LAUNCH_OPTIONS);
+    const { focus = true, args = '', folder, waitFor, timeout, signal } = checkOptions(options, LAUNCH_OPTIONS);
+    checkText('specifier', specifier);
     if (waitFor !== undefined) checkOpen();
-    await control.launch(specifier, others);
-    return waitFor && (await only.whenPresent(waitFor, { timeout, signal: others.signal }));
+    signal?.throwIfAborted();
+    const library = control(folder);
+    // The library calls back in a later turn.
+    library.launchApp(specifier, focus, args, (...results) => wait.end(() => results));
+    const wait = new Wait(undefined, { timeout: Infinity, signal });
+    const [cause, isLaunched] = (await wait.outcome)();
+    if (isLaunched) return waitFor && (await only.whenPresent(waitFor, { timeout, signal }));
+    const reason = library.isAppInstalled(specifier) ? 'the library refused' : 'it is not installed';
+    const message = `'${specifier}' was not launched: ${cause?.message ?? reason}`;
+    throw errorWithCode('ERR_BRIVONJS_NOT_LAUNCHED', message, cause && { cause });
 }
 
-module.exports = { applications: control.applications, connect: Client.connect, ERROR_TYPE, launch, TYPE_PREFIX };
+module.exports = { applications, connect: Client.connect, ERROR_TYPE, launch, TYPE_PREFIX };

@@ -76,25 +76,20 @@ class Presence {
     #take(texts) {
         const before = this.#endpoints;
         const self = this.adapter.getSelfEndpoint();
-        const others = texts.filter((text) => text !== self).map((text) => [text, toEndpoint(text)]);
         this.#texts = texts;
-        this.#endpoints = new Map(others.filter(([, endpoint]) => endpoint !== undefined));
+        this.#endpoints = new Map(texts.filter((text) => text !== self).map((text) => [text, toEndpoint(text)]));
         this.#destinations.clear();
         if (!this.isWatched()) return;
-        const missing = (from, others) =>
-            [...from].filter(([text]) => !others.has(text)).map(([, endpoint]) => endpoint);
+        const missing = (from, others) => [...from].filter(([text]) => !others.has(text)).map(([, one]) => one);
         // Later, because what those who left have sent before is heard first.
         setImmediate(this.changed, missing(this.#endpoints, before), missing(before, this.#endpoints));
     }
 
-    // A comma in a field must not make an endpoint look like the target: the message would go to everyone. A single endpoint is
-    // named in full, so that it does not, either, when the endpoint is gone by then.
+    // A comma in a field must not make an endpoint look like the target, nor must a single endpoint that has gone since be
+    // named by its application: the message would go to everyone.
     #choose({ appId, appVersion }) {
-        const isTarget = (one) =>
-            one.appId === appId &&
-            !one.appVersion.includes(',') &&
-            (appVersion === '' || one.appVersion === appVersion);
-        const endpoints = [...this.#endpoints.values()].filter(isTarget);
+        const clear = this.endpoints.filter((one) => one.appId === appId && !one.appVersion.includes(','));
+        const endpoints = clear.filter((one) => appVersion === '' || one.appVersion === appVersion);
         if (endpoints.length === 0) return undefined;
         if (endpoints.length === 1 && endpoints[0].appVersion !== '') return { endpoints, ...endpoints[0] };
         return { endpoints, appId, appVersion, id: '' };

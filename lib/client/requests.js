@@ -13,9 +13,8 @@ const { closed, errorWithCode, fromText, toText } = require('./checks');
 const { fromEndpoint } = require('../texts');
 const { Wait, waits } = require('./wait');
 
-// An error with one of these codes says that the endpoint has no response; another one may have.
+// An error with this code, as one of a closed client, says that the endpoint has no response; another one may have.
 const NO_HANDLER = 'ERR_BRIVONJS_NO_HANDLER';
-const CLOSED = 'ERR_BRIVONJS_CLOSED';
 
 const VERBS = ['answer', 'request', 'cancel'];
 
@@ -24,19 +23,12 @@ const MOST_WITHDRAWALS = 100;
 
 // Resolves to the first response of its endpoints.
 class Request extends Wait {
+    left; // the endpoints that may still respond
     said; // the error of the last endpoint that has said that it has no response
-
-    constructor(id, options, name, destination) {
-        super(id, options, `no answer to '${name}'`);
-        this.name = name;
-        this.isToEveryone = destination.endpoints.length === 0;
-        this.left = destination.endpoints; // that may still respond
-        this.destination = destination;
-    }
 
     // Anybody may respond to what everyone was sent.
     mayRespond({ id }) {
-        return this.isToEveryone || this.left.some((one) => one.id === id);
+        return this.destination.endpoints.length === 0 || this.left.some((one) => one.id === id);
     }
 
     // The endpoint has no response. What one has said goes before what is known of one that is gone.
@@ -72,10 +64,9 @@ class Requests {
         const id = randomUUID(); // cheaper than a counter, whose texts the runtime keeps for a while
         const text = toText({ id, body });
         options.signal?.throwIfAborted(); // by now, perhaps while the body was made JSON
-        this.noteSend(destination);
         this.post(`request:${name}`, text, destination, true);
-        const request = new Request(id, options, name, destination);
-        request.giveUp = this.#withdraw;
+        const request = new Request(id, options, `no answer to '${name}'`);
+        Object.assign(request, { name, destination, left: destination.endpoints, giveUp: this.#withdraw });
         this.presence.watch();
         return request.outcome;
     }
@@ -93,8 +84,8 @@ class Requests {
         return true;
     }
 
-    // The program itself sends something there.
-    noteSend({ endpoints }) {
+    // Something else is sent there.
+    noteSend(endpoints) {
         if (this.#withdrawals.size > 0) for (const { id } of endpoints) this.#withdrawals.delete(id);
     }
 
@@ -121,13 +112,12 @@ class Requests {
     }
 
     // Only for those that are still there: the bus would report the others.
-    #withdraw = ({ id, name, destination, isToEveryone, left }) => {
-        const there = isToEveryone ? [destination] : left.filter((endpoint) => this.presence.has(endpoint));
-        for (const endpoint of there) {
+    #withdraw = ({ id, name, destination, left }) => {
+        const targets = destination.endpoints.length === 0 ? [destination] : left;
+        for (const endpoint of targets.filter((one) => one === destination || this.presence.has(one))) {
             this.post(`cancel:${name}`, JSON.stringify({ id }), endpoint);
             this.#withdrawals.set(endpoint.id, (this.#withdrawals.get(endpoint.id) ?? 0) + 1);
-            if (this.#withdrawals.size > MOST_WITHDRAWALS)
-                this.#withdrawals.delete(this.#withdrawals.keys().next().value);
+            if (this.#withdrawals.size > MOST_WITHDRAWALS) this.#withdrawals.clear();
         }
     };
 
@@ -189,12 +179,11 @@ function settle(request, name, { body, error = null }, source) {
     if (request?.name !== name || !request.mayRespond(source)) return;
     if (error === null) request.end(() => body);
     else if (error.code === NO_HANDLER) request.lose(source, () => toError(error), true);
-    else if (error.code === CLOSED) request.lose(source, () => unreachable('The client is closed', source));
+    else if (error.code === closed().code) request.lose(source, () => unreachable('The client is closed', source));
     else request.reject(() => toError(error));
 }
 
-const unreachable = (reason, endpoint) =>
-    errorWithCode('ERR_BRIVONJS_UNREACHABLE', `${reason}: ${fromEndpoint(endpoint)}`);
+const unreachable = (reason, one) => errorWithCode('ERR_BRIVONJS_UNREACHABLE', `${reason}: ${fromEndpoint(one)}`);
 
 // The endpoint has no response to anything.
 function lose(endpoint, reason) {
