@@ -71,17 +71,14 @@ function fromText(text) {
 // { appId, appVersion, id }, of which the last two may be empty.
 function toTarget(to) {
     if (typeof to === 'string') return { appId: checkName('to', to), appVersion: '', id: '' };
-    if (!isPlain(to)) throw invalid('to must be a string, or a plain object with an appId');
+    // Plain objects of other realms have a prototype of their own, which has none either.
+    const prototype = Object.getPrototypeOf(Object(to ?? ''));
+    if (prototype !== null && Object.getPrototypeOf(prototype) !== null)
+        throw invalid('to must be a string, or a plain object with an appId');
     const { appId, appVersion = '', id = '' } = checkOptions(to, ['appId', 'appVersion', 'id'], 'to');
     checkName('appId', appId);
     if (id !== '' && appVersion === '') throw invalid('an endpoint has an appId, an appVersion and an id');
     return { appId, appVersion, id };
-}
-
-// Plain objects of other realms have a prototype of their own, which has none either.
-function isPlain(value) {
-    const prototype = typeof value === 'object' && value !== null ? Object.getPrototypeOf(value) : undefined;
-    return prototype === null || (prototype !== undefined && Object.getPrototypeOf(prototype) === null);
 }
 
 module.exports = { checkName, checkOptions, checkText, closed, errorWithCode, fromText, invalid, toTarget, toText };

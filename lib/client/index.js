@@ -6,11 +6,10 @@
 const { randomUUID } = require('node:crypto');
 const { EventEmitter } = require('node:events');
 
-const { BrivonAdapter } = require('../index');
+const { BrivonAdapter, BrivonControlAdapter, _setLibraryPath } = require('../index');
 const { openBus } = require('../bus');
 const { ERROR_TYPE, TYPE_PREFIX } = require('../constants');
 const checks = require('./checks');
-const { applications, control } = require('./control');
 const { Presence } = require('./presence');
 const { lose, Requests } = require('./requests');
 const { fromEndpoint, toEndpoint, withoutPrefix } = require('../texts');
@@ -40,7 +39,7 @@ class Client extends EventEmitter {
     #adapter = new BrivonAdapter(...configuration);
     #isWatched = () => waits.size + this.listenerCount('joined') + this.listenerCount('left') > 0;
     #presence = new Presence(this.#adapter, this.#isWatched, this.#change.bind(this));
-    #requests = new Requests(this.#post.bind(this), this.#presence);
+    #requests = new Requests(this.#post.bind(this), this.#presence, () => users > 0);
     #isListening = false;
     #queues = new Set();
 
@@ -58,7 +57,6 @@ class Client extends EventEmitter {
         if (configuration.join('\0') !== wanted.join('\0'))
             throw errorWithCode('ERR_BRIVONJS_CONNECTED', `this process is on the bus as ${fromEndpoint(only.self)}`);
         users += 1;
-        only.#requests.isOpen = true;
         return only;
     }
 
@@ -180,8 +178,7 @@ class Client extends EventEmitter {
     #post(type, text, { endpoints = [], appId, appVersion, id }, isRequest = false) {
         if (isRequest) this.#listen();
         this.#requests.noteSend(endpoints);
-        if (appVersion === '') this.#adapter.sendMessage(type, text, appId);
-        else this.#adapter.sendMessage(type, text, appId, appVersion, id);
+        this.#adapter.sendMessage(type, text, appId, appVersion, id);
         const status = this.#standins?.sendStatus() ?? 0;
         if (status !== TOO_LARGE && (status === 0 || !isRequest)) return;
         const code = REFUSALS[status] ?? 'ERR_BRIVONJS_UNREACHABLE';
@@ -209,6 +206,30 @@ function checkOpen() {
     if (users === 0) throw closed();
 }
 
+let adapter;
+
+// The adapter of this process, which a folder that is given replaces.
+function control(folder) {
+    if (folder !== undefined) {
+        _setLibraryPath(folder);
+        adapter = new BrivonControlAdapter();
+    }
+    return (adapter ??= new BrivonControlAdapter());
+}
+
+function applications(options = {}) {
+    const { folder } = checkOptions(options, ['folder']);
+    const library = control(folder);
+    return library.getSpecifiers().map((specifier) => ({
+        specifier,
+        isInstalled: library.isAppInstalled(specifier),
+        path: library.getAppPath(specifier),
+        version: library.getAppVersion(specifier),
+        isRunning: library.isAppRunning(specifier),
+        processId: library.getProcessId(specifier),
+    }));
+}
+
 async function launch(specifier, options = {}) {
     const { focus = true, args = '', folder, waitFor, timeout, signal } = checkOptions(options, LAUNCH_OPTIONS);
     checkText('specifier', specifier);
@@ -218,7 +239,7 @@ async function launch(specifier, options = {}) {
     // The library calls back in a later turn.
     library.launchApp(specifier, focus, args, (...results) => wait.end(() => results));
     const wait = new Wait(undefined, { timeout: Infinity, signal });
-    const [cause, isLaunched] = (await wait.outcome)();
+    const [cause, isLaunched] = await (await wait.outcome)();
     if (isLaunched) return waitFor && (await only.whenPresent(waitFor, { timeout, signal }));
     const reason = library.isAppInstalled(specifier) ? 'the library refused' : 'it is not installed';
     const message = `'${specifier}' was not launched: ${cause?.message ?? reason}`;

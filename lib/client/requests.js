@@ -21,11 +21,8 @@ const VERBS = ['answer', 'request', 'cancel'];
 // Of so many endpoints. An error of the bus comes soon after what it is about, or never.
 const MOST_WITHDRAWALS = 100;
 
-// Resolves to the first response of its endpoints.
+// Resolves to the first response of the endpoints of its destination, of which those that are left may still respond.
 class Request extends Wait {
-    left; // the endpoints that may still respond
-    said; // the error of the last endpoint that has said that it has no response
-
     // Anybody may respond to what everyone was sent.
     mayRespond({ id }) {
         return this.destination.endpoints.length === 0 || this.left.some((one) => one.id === id);
@@ -42,14 +39,13 @@ class Request extends Wait {
 }
 
 class Requests {
-    isOpen = false;
     #handlers = new Map();
     #serving = new Map(); // requests of others whose handlers are at work, by source and id
     #withdrawals = new Map(); // how many were sent since anything else, by the endpoint's id
 
     // Sends by post(type, text, destination, isRequest).
-    constructor(post, presence) {
-        Object.assign(this, { post, presence });
+    constructor(post, presence, isOpen) {
+        Object.assign(this, { post, presence, isOpen });
     }
 
     handle(name, handler) {
@@ -66,7 +62,10 @@ class Requests {
         options.signal?.throwIfAborted(); // by now, perhaps while the body was made JSON
         this.post(`request:${name}`, text, destination, true);
         const request = new Request(id, options, `no answer to '${name}'`);
-        Object.assign(request, { name, destination, left: destination.endpoints, giveUp: this.#withdraw });
+        request.name = name;
+        request.destination = destination;
+        request.left = destination.endpoints;
+        request.giveUp = this.#withdraw;
         this.presence.watch();
         return request.outcome;
     }
@@ -97,7 +96,6 @@ class Requests {
     }
 
     end() {
-        this.isOpen = false;
         this.#handlers.clear();
         for (const [key, request] of this.#serving) {
             this.#fail(request, closed());
@@ -117,8 +115,8 @@ class Requests {
         for (const endpoint of targets.filter((one) => one === destination || this.presence.has(one))) {
             this.post(`cancel:${name}`, JSON.stringify({ id }), endpoint);
             this.#withdrawals.set(endpoint.id, (this.#withdrawals.get(endpoint.id) ?? 0) + 1);
-            if (this.#withdrawals.size > MOST_WITHDRAWALS) this.#withdrawals.clear();
         }
+        if (this.#withdrawals.size > MOST_WITHDRAWALS) this.#withdrawals.clear();
     };
 
     #serve(name, { id, body }, source) {
@@ -126,7 +124,7 @@ class Requests {
         try {
             const { handler } = this.#handlers.get(name) ?? {};
             if (handler === undefined)
-                throw this.isOpen ? errorWithCode(NO_HANDLER, `nobody answers '${name}'`) : closed();
+                throw this.isOpen() ? errorWithCode(NO_HANDLER, `nobody answers '${name}'`) : closed();
             const result = handler(body, request.context);
             if (typeof result?.then !== 'function') return this.#respond(request, result);
             request.key = fromEndpoint(source) + id;

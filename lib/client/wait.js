@@ -20,7 +20,7 @@ const waits = new Map();
 // A kind may have changed(), for when endpoints have come, lose(endpoint, makeError), for when one has gone, and
 // giveUp(wait), for when the program no longer waits.
 class Wait {
-    // Resolves to a function that answers, or throws: called by the function that waits, it makes the error where the runtime
+    // Resolves to a function that answers, or rejects: called by the function that waits, it makes the error where the runtime
     // knows the asynchronous stack.
     outcome = new Promise((resolve) => (this.settle = resolve));
 
@@ -38,10 +38,7 @@ class Wait {
     }
 
     reject(makeError, isGivenUp) {
-        const fail = () => {
-            throw makeError();
-        };
-        this.end(fail, isGivenUp);
+        this.end(() => Promise.reject(makeError()), isGivenUp);
     }
 
     end(outcome, isGivenUp = false) {
@@ -66,23 +63,21 @@ function newQueue({ type, limit = 1_000, signal }, queues) {
         queues.delete(queue);
         wake();
     };
-    const overflow = () =>
-        errorWithCode('ERR_BRIVONJS_OVERFLOW', `more than ${limit} messages were waiting to be read`);
+    const overflow = `more than ${limit} messages were waiting to be read`;
     const push = (message) => {
         if (waiting.length < limit) waiting.push(message);
-        else wait.reject(overflow);
+        else wait.reject(() => errorWithCode('ERR_BRIVONJS_OVERFLOW', overflow));
         wake();
     };
     const end = () => wait.end(() => {});
     const messages = read();
-    for (const name of ['return', 'throw']) {
-        const finish = messages[name];
-        messages[name] = (value) => {
-            waiting.length = 0;
-            end();
-            return finish.call(messages, value);
-        };
-    }
+    const leaving = (finish) => (value) => {
+        waiting.length = 0;
+        end();
+        return finish.call(messages, value);
+    };
+    messages.return = leaving(messages.return);
+    messages.throw = leaving(messages.throw);
     messages[Symbol.asyncDispose ?? Symbol.for('nodejs.asyncDispose')] = async () => void (await messages.return());
     const queue = { type, messages, push, end };
     queues.add(queue);
