@@ -76,9 +76,8 @@ function toTarget(to) {
     if (prototype !== null && Object.getPrototypeOf(prototype) !== null)
         throw invalid('to must be a string, or a plain object with an appId');
     const { appId, appVersion = '', id = '' } = checkOptions(to, ['appId', 'appVersion', 'id'], 'to');
-    checkName('appId', appId);
     if (id !== '' && appVersion === '') throw invalid('an endpoint has an appId, an appVersion and an id');
-    return { appId, appVersion, id };
+    return { appId: checkName('appId', appId), appVersion, id };
 }
 
 module.exports = { checkName, checkOptions, checkText, closed, errorWithCode, fromText, invalid, toTarget, toText };

@@ -208,18 +208,15 @@ function checkOpen() {
 
 let adapter;
 
-// The adapter of this process, which a folder that is given replaces.
+// The control adapter of this process, which a folder that is given replaces.
 function control(folder) {
-    if (folder !== undefined) {
-        _setLibraryPath(folder);
-        adapter = new BrivonControlAdapter();
-    }
-    return (adapter ??= new BrivonControlAdapter());
+    if (folder !== undefined) _setLibraryPath(folder);
+    if (folder !== undefined || adapter === undefined) adapter = new BrivonControlAdapter();
+    return adapter;
 }
 
 function applications(options = {}) {
-    const { folder } = checkOptions(options, ['folder']);
-    const library = control(folder);
+    const library = control(checkOptions(options, ['folder']).folder);
     return library.getSpecifiers().map((specifier) => ({
         specifier,
         isInstalled: library.isAppInstalled(specifier),

@@ -16,8 +16,6 @@ const { Wait, waits } = require('./wait');
 // An error with this code, as one of a closed client, says that the endpoint has no response; another one may have.
 const NO_HANDLER = 'ERR_BRIVONJS_NO_HANDLER';
 
-const VERBS = ['answer', 'request', 'cancel'];
-
 // Of so many endpoints. An error of the bus comes soon after what it is about, or never.
 const MOST_WITHDRAWALS = 100;
 
@@ -74,7 +72,7 @@ class Requests {
     take(type, text, source) {
         const colon = type.indexOf(':');
         const verb = type.slice(0, Math.max(colon, 0));
-        const envelope = VERBS.includes(verb) ? fromText(text) : undefined;
+        const envelope = ['answer', 'request', 'cancel'].includes(verb) ? fromText(text) : undefined;
         if (typeof envelope?.id !== 'string') return false;
         const name = type.slice(colon + 1);
         if (verb === 'request') this.#serve(name, envelope, source);

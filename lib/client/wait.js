@@ -1,6 +1,6 @@
 'use strict';
 
-// What a program waits for until its time is over, its signal is aborted or the client is closed.
+// What a program waits for until its time is over, its signal is aborted or the client is closed: a result, or messages.
 
 const { setMaxListeners } = require('node:events');
 
@@ -20,8 +20,8 @@ const waits = new Map();
 // A kind may have changed(), for when endpoints have come, lose(endpoint, makeError), for when one has gone, and
 // giveUp(wait), for when the program no longer waits.
 class Wait {
-    // Resolves to a function that answers, or rejects: called by the function that waits, it makes the error where the runtime
-    // knows the asynchronous stack.
+    // Resolves to a function that returns the result, or a promise that is rejected. The waiting function calls it, so that the
+    // error has its asynchronous stack.
     outcome = new Promise((resolve) => (this.settle = resolve));
 
     // Without an id it does not end with the client.
@@ -50,9 +50,8 @@ class Wait {
     }
 }
 
-// Messages on their way to a for await loop: as many as the limit may wait; one more, and the loop ends with an error once
-// it has read them.
-// Answers { type, messages, push, end }: the loop's iterator, and how it is fed. Until it has ended it is one of the queues.
+// Messages on their way to a for await loop. When more wait than the limit, the loop reads those and ends with an error.
+// Returns { type, messages, push, end }: messages is the loop's iterator. Until the queue has ended, it is in the set of queues.
 function newQueue({ type, limit = 1_000, signal }, queues) {
     const waiting = [];
     let wake = () => {};
