@@ -22,8 +22,6 @@ test('the module exports its registration, which is data, and nothing else', () 
         assert.match(run('nm', '-D', '--defined-only', module), /^[0-9a-f]{16} D _register_BrivonJS_\n$/);
     const [, names] = read('objdump', '-p', windowsModule).split('[Ordinal/Name Pointer] Table');
     assert.deepEqual(firsts(names, /^\t\[ +\d+\] (\S+)/gm), ['_register_BrivonJS_']);
-    const [, section] = read('objdump', '-t', windowsModule).match(/\(sec +(\d+)\).* _register_BrivonJS_$/m);
-    assert.match(read('objdump', '-h', windowsModule), new RegExp(`^ +${section - 1} \\.CRT `, 'm'));
 });
 
 test('libraries are found beside the module, and are those of the contracts and of the system, no compiler’s', () => {
@@ -46,13 +44,6 @@ test('the module imports from the closed libraries what the build lists, and the
         const exported = firsts(read('objdump', '-p', built('win32-x64', library)), /^\t\[ +\d+\] (\S+)$/gm);
         for (const name of names) assert.ok(exported.includes(name), name);
     }
-});
-
-test('the host’s functions are bound late on Windows: N-API, three of libuv, and nothing else', () => {
-    const symbols = read('nm', windowsModule);
-    assert.match(symbols, / __DELAY_IMPORT_DESCRIPTOR_\w+$/m);
-    const others = firsts(symbols, / __imp_((?:napi|node|uv)_\w+)$/gm).filter((name) => !name.startsWith('napi_'));
-    assert.deepEqual(others, ['uv_mutex_init', 'uv_mutex_lock', 'uv_mutex_unlock']);
 });
 
 // Windows' stack protector is the module's own, and fortified functions would bring a library of the compiler's.

@@ -97,27 +97,6 @@ test('environments that load the module at once do not meddle with each other', 
     return assertEnds(`${runWorker} (async () => { process.exit(Math.max(...(${codes}))); })();`, 0);
 });
 
-// A hook that outlived it would run.
-test('an environment whose adapters have been collected silences nobody when it ends', async () => {
-    const inWorker = `${scripted}
-        const { collectUntil } = require(root + '/test/support/support');
-        const { parentPort } = require('node:worker_threads');
-        parentPort.once('message', () => process.exit());
-        const join = () => new BrivonAdapter('app', '2');
-        ((adapter) => (adapter.addMessageListener(() => {}), adapter.removeAllListeners()))(join());
-        collectUntil(() => messaging.takeCalls().some(({ operation }) => operation === 'ReleaseInstance'))
-            .then(() => parentPort.postMessage('collected'));`;
-    const { code, stderr } = await runScript(`${scripted}
-        const adapter = (globalThis.adapter = new BrivonAdapter('app', '1'));
-        const listen = (code) => adapter.addMessageListener(() => process.exit(code));
-        const deliver = () => messaging.deliver({ type: SUITE_TYPE_PREFIX });
-        const body = 'const root = ' + JSON.stringify(root) + ';' + ${JSON.stringify(inWorker)};
-        const worker = new (require('node:worker_threads').Worker)(body, { eval: true });
-        worker.on('message', () => (listen(0), worker.postMessage('end')));
-        worker.on('exit', () => (deliver(), listen(1), deliver()));`);
-    assert.equal(code, 0, stderr);
-});
-
 test('a library that throws while an environment ends does not end the process', async () => {
     const inWorker = `${scripted}
         globalThis.adapter = new BrivonAdapter('app', '1');

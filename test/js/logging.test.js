@@ -10,8 +10,8 @@ const { runScript, scripted } = require('../support/support');
 // What every scenario begins with.
 const preamble = `${scripted}
     const from = (appId, id) => ({ type: SUITE_TYPE_PREFIX, source: { appId, id } });
-    const list = (...ids) => messaging.setEndpoints(ids.map((id) => ({ appId: 'a', id })));
-    const adapter = (globalThis.adapter = new BrivonAdapter('app', '1', 'a'));
+    const list = (...ids) => messaging.setEndpoints(ids.map((id) => ({ appId: home, id })));
+    const adapter = (globalThis.adapter = new BrivonAdapter('app', '1', home));
     adapter.addMessageListener(() => {});
 `;
 
@@ -23,7 +23,8 @@ const rebuild = (...endpoints) => [
     ...endpoints.map(([appId, id]) => rebuilt(`inserted appId = ${appId} for sourceId = ${id}`)),
 ];
 
-const scenarios = {
+// The home is the default application of the adapter.
+const scenariosOf = (home) => ({
     'a quiet adapter logs a full cache and exceptions only': {
         script: `
             list('1');
@@ -48,17 +49,17 @@ const scenarios = {
         script: `
             for (const argument of [true, false]) if (adapter.setVerboseLogging(argument) !== null) process.exit(1);
             messaging.answer('RefreshEndPoints', false, Infinity);
-            messaging.setEndpoints([{ appId: 'z', id: '2' }, { appId: 'a', id: '1' }]);
+            messaging.setEndpoints([{ appId: 'z', id: '2' }, { appId: home, id: '1' }]);
             list('1');
-            messaging.deliver(from('a', '1'));
+            messaging.deliver(from(home, '1'));
             messaging.deliver(from('b', '2'));
             list();
             list();
         `,
         log: [
-            ...rebuild(['z', '2'], ['a', '1']),
+            ...rebuild(['z', '2'], [home, '1']),
             rebuilt('switching to point to point'),
-            ...rebuild(['a', '1']),
+            ...rebuild([home, '1']),
             insert('cache hit -- returning early'),
             insert('Cache stale - inserted missing EndPoint for appId = b'),
             ...rebuild(),
@@ -66,25 +67,15 @@ const scenarios = {
             ...rebuild(),
         ],
     },
-    'an adapter without a default application is at home with endpoints without one': {
-        script: `
-            const other = (globalThis.other = new BrivonAdapter('app', '2'));
-            other.setVerboseLogging();
-            messaging.setEndpoints([{ appId: '', id: '1' }]);
-            list('2');
-        `,
-        log: [
-            ...rebuild(['', '1']),
-            rebuilt('switching to point to point'),
-            ...rebuild(['a', '2']),
-            rebuilt('switching to broadcast'),
-        ],
-    },
-};
+});
 
-for (const [name, { script, log }] of Object.entries(scenarios)) {
-    test(name, async () => {
-        const { code, stdout, stderr } = await runScript(`${preamble}${script}; process.exit(0);`);
+for (const [home, name, { script, log }] of ['a', ''].flatMap((home) =>
+    Object.entries(scenariosOf(home)).map((scenario) => [home, ...scenario]),
+)) {
+    test(`${name}, of '${home}'`, async () => {
+        const { code, stdout, stderr } = await runScript(
+            `const home = '${home}'; ${preamble}${script}; process.exit(0);`,
+        );
         assert.deepEqual([code, stderr], [0, '']);
         const lines = stdout.split(/\r?\n/);
         const anywhere = lines.map((text) => text.replace(/\.\d+\)$/, '.LINE)'));
@@ -99,7 +90,7 @@ for (const [name, { script, log }] of Object.entries(scenarios)) {
 
 // An object whose construction was refused is bound to a native one like any other.
 test('the collection of a refused construction silences the log and the listeners, and releases nothing', async () => {
-    const { code, stderr } = await runScript(`${preamble}
+    const { code, stderr } = await runScript(`const home = 'a'; ${preamble}
         const { fstatSync } = require('node:fs');
         const { collectUntil } = require(root + '/test/support/support');
         const logs = () => {

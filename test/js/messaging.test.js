@@ -3,11 +3,13 @@
 // The messaging adapter on the scripted library: the calls it makes, in order, and what JavaScript sees.
 
 const assert = require('node:assert/strict');
+const { once } = require('node:events');
 const { beforeEach, test } = require('node:test');
+const { Worker } = require('node:worker_threads');
 
 const { messaging, SUITE_TYPE_PREFIX, ERROR_TYPE } = require('brivonjs/standins');
 const { BrivonAdapter } = require('brivonjs');
-const { CallLog, collectUntil, runScript, scripted } = require('../support/support');
+const { CallLog, collectUntil, root, runScript, scripted } = require('../support/support');
 
 const endpoint = (appId, id, appVersion = '1') => ({ id, appId, appVersion });
 const text = ({ id, appId, appVersion }) => `{${appId},${appVersion},${id}}`;
@@ -285,6 +287,22 @@ test('a collected adapter unregisters, releases once, and silences the others', 
     deliverPayload('dropped');
     deliverError('dropped');
     await assertHearsFromNowOn(survivor, ...logs);
+});
+
+// A hook that outlived it would empty the handles.
+test('an environment whose adapter has been collected silences nobody when it ends', async () => {
+    const adapter = construct();
+    const isReleased = `messaging.takeCalls().some(({ operation }) => operation === 'ReleaseInstance')`;
+    const body = `const root = ${JSON.stringify(root)}; ${scripted}
+        ((other) => (other.addMessageListener(() => {}), other.removeAllListeners()))(new BrivonAdapter('app', '2'));
+        const { collectUntil } = require(root + '/test/support/support');
+        collectUntil(() => ${isReleased}).then(() => require('node:worker_threads').parentPort.postMessage('collected'));`;
+    const worker = new Worker(body, { eval: true });
+    await once(worker, 'message');
+    const [messages] = listen(adapter);
+    await worker.terminate();
+    deliverPayload('heard');
+    assert.deepEqual(await contents(messages, 1), ['heard']);
 });
 
 test('a library that throws while it delivers or is asked does not end the process', async () => {
