@@ -178,7 +178,8 @@ class Client extends EventEmitter {
     #post(type, text, { endpoints = [], appId, appVersion, id }, isRequest = false) {
         if (isRequest) this.#listen();
         this.#requests.noteSend(endpoints);
-        this.#adapter.sendMessage(type, text, appId, appVersion, id);
+        if (appVersion === '') this.#adapter.sendMessage(type, text, appId);
+        else this.#adapter.sendMessage(type, text, appId, appVersion, id);
         const status = this.#standins?.sendStatus() ?? 0;
         if (status !== TOO_LARGE && (status === 0 || !isRequest)) return;
         const code = REFUSALS[status] ?? 'ERR_BRIVONJS_UNREACHABLE';

@@ -90,9 +90,8 @@ class Presence {
     #choose({ appId, appVersion }) {
         const clear = this.endpoints.filter((one) => one.appId === appId && !one.appVersion.includes(','));
         const endpoints = clear.filter((one) => appVersion === '' || one.appVersion === appVersion);
-        if (endpoints.length === 0) return undefined;
         if (endpoints.length === 1 && endpoints[0].appVersion !== '') return { endpoints, ...endpoints[0] };
-        return { endpoints, appId, appVersion, id: '' };
+        return endpoints.length === 0 ? undefined : { endpoints, appId, appVersion, id: '' };
     }
 }
 
