@@ -31,7 +31,7 @@ target_compile_options(compile-options INTERFACE -fstack-protector-strong -D_GLI
 if(NOT WIN32)
     target_compile_options(compile-options INTERFACE -fstack-clash-protection
         $<IF:$<STREQUAL:${CMAKE_SYSTEM_PROCESSOR},aarch64>,-mbranch-protection=standard,-fcf-protection>
-        $<$<AND:$<CONFIG:Release>,$<STREQUAL:${BRIVON_SANITIZE},>>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>)
+        $<$<CONFIG:Release>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>)
     # Everything is bound when a file is loaded, so that one that lacks a name is refused then, as on Windows.
     target_link_options(compile-options INTERFACE -Wl,-z,relro,-z,now)
 endif()
